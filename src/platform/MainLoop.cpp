@@ -1,0 +1,64 @@
+#include "platform/MainLoop.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace orv {
+
+Timer::Timer(double interval, bool repeats, Action action, std::any userInfo)
+    : interval_(interval), repeats_(repeats), action_(std::move(action)), userInfo_(std::move(userInfo)) {}
+
+Timer::~Timer() = default;
+
+void Timer::invalidate() {
+    if (!valid_) return;
+    valid_ = false;
+    // Release the target now, not when the loop gets round to dropping its entry.
+    Action dropped = std::move(action_);
+    action_ = nullptr;
+    if (auto cancel = std::move(cancel_)) cancel();
+}
+
+void Timer::fire() {
+    if (!valid_) return;
+    // Keep ourselves and the action alive through the call: the action may invalidate us.
+    auto self = shared_from_this();
+    Action action = action_;
+    if (!repeats_) {
+        valid_ = false;
+        action_ = nullptr;
+        cancel_ = nullptr;
+    }
+    if (action) action(*this);
+}
+
+MainLoop::MainLoop() : mainThread_(std::this_thread::get_id()) {}
+
+bool MainLoop::postAndWait(Task task, double timeoutSeconds) {
+    if (isMainThread()) {
+        task();
+        return true;
+    }
+    struct State {
+        std::mutex m;
+        std::condition_variable cv;
+        bool done = false;
+    };
+    auto state = std::make_shared<State>();
+    post([state, task = std::move(task)] {
+        task();
+        std::lock_guard lock(state->m);
+        state->done = true;
+        state->cv.notify_all();
+    });
+    std::unique_lock lock(state->m);
+    if (timeoutSeconds < 0) {
+        state->cv.wait(lock, [&] { return state->done; });
+        return true;
+    }
+    return state->cv.wait_for(lock, std::chrono::duration<double>(timeoutSeconds),
+                              [&] { return state->done; });
+}
+
+}  // namespace orv

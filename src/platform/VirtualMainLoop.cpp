@@ -1,0 +1,230 @@
+#include "platform/VirtualMainLoop.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <chrono>
+
+namespace orv {
+
+VirtualMainLoop::VirtualMainLoop(double start) : now_(start) {
+    if (::pipe(wakePipe_) == 0) {
+        for (int fd : wakePipe_) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+        for (int fd : wakePipe_) ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+    }
+}
+
+VirtualMainLoop::~VirtualMainLoop() {
+    // Drop timers first: their actions may own objects whose destructors touch the loop.
+    auto timers = std::move(liveTimers_);
+    for (auto& [raw, t] : timers) t->invalidate();
+    timers.clear();
+    while (!queue_.empty()) queue_.pop();
+    for (int fd : wakePipe_)
+        if (fd >= 0) ::close(fd);
+}
+
+double VirtualMainLoop::now() const { return now_; }
+
+void VirtualMainLoop::post(Task task) { postAfter(0, std::move(task)); }
+
+void VirtualMainLoop::postAfter(double seconds, Task task) {
+    if (isMainThread()) {
+        schedule(now_ + (seconds > 0 ? seconds : 0), std::move(task));
+        return;
+    }
+    {
+        std::lock_guard lock(inboxMutex_);
+        inbox_.emplace_back(seconds, std::move(task));
+    }
+    if (wakePipe_[1] >= 0) {
+        char c = 1;
+        [[maybe_unused]] auto n = ::write(wakePipe_[1], &c, 1);
+    }
+}
+
+void VirtualMainLoop::schedule(double time, Task task) {
+    queue_.push(Entry{time, seq_++, std::move(task), {}, false});
+}
+
+void VirtualMainLoop::scheduleTimerEntry(const TimerRef& timer, double time) {
+    queue_.push(Entry{time, seq_++, nullptr, timer, true});
+}
+
+TimerRef VirtualMainLoop::scheduleTimer(double interval, bool repeats, Timer::Action action,
+                                        std::any userInfo) {
+    auto timer = std::make_shared<Timer>(interval, repeats, std::move(action), std::move(userInfo));
+    Timer* raw = timer.get();
+    liveTimers_[raw] = timer;
+    timer->setCanceller([this, raw] { liveTimers_.erase(raw); });
+    // A zero or negative interval fires on the next turn, like the platform's timers.
+    scheduleTimerEntry(timer, now_ + (interval > 0 ? interval : 0));
+    return timer;
+}
+
+FdWatchId VirtualMainLoop::watchFd(int fd, short events, std::function<void(int, short)> cb) {
+    FdWatchId id = nextWatch_++;
+    watches_[id] = Watch{fd, events, std::move(cb)};
+    return id;
+}
+
+void VirtualMainLoop::unwatchFd(FdWatchId id) { watches_.erase(id); }
+
+void VirtualMainLoop::drainInbox() {
+    std::vector<std::pair<double, Task>> items;
+    {
+        std::lock_guard lock(inboxMutex_);
+        items.swap(inbox_);
+    }
+    for (auto& [delay, task] : items) schedule(now_ + (delay > 0 ? delay : 0), std::move(task));
+}
+
+size_t VirtualMainLoop::pollFds(int timeoutMs) {
+    std::vector<pollfd> fds;
+    std::vector<FdWatchId> ids;
+    if (wakePipe_[0] >= 0) fds.push_back(pollfd{wakePipe_[0], POLLIN, 0});
+    for (auto& [id, w] : watches_) {
+        short ev = 0;
+        if (w.events & kFdReadable) ev |= POLLIN;
+        if (w.events & kFdWritable) ev |= POLLOUT;
+        fds.push_back(pollfd{w.fd, ev, 0});
+        ids.push_back(id);
+    }
+    if (fds.empty()) return 0;
+    int r = ::poll(fds.data(), fds.size(), timeoutMs);
+    if (r <= 0) return 0;
+    size_t ran = 0;
+    size_t first = wakePipe_[0] >= 0 ? 1 : 0;
+    if (first && (fds[0].revents & POLLIN)) {
+        char buf[256];
+        while (::read(wakePipe_[0], buf, sizeof buf) > 0) {
+        }
+    }
+    for (size_t i = first; i < fds.size(); ++i) {
+        if (!fds[i].revents) continue;
+        auto it = watches_.find(ids[i - first]);
+        if (it == watches_.end()) continue;  // removed by an earlier callback
+        short ev = 0;
+        if (fds[i].revents & POLLIN) ev |= kFdReadable;
+        if (fds[i].revents & POLLOUT) ev |= kFdWritable;
+        if (fds[i].revents & (POLLERR | POLLHUP | POLLNVAL)) ev |= kFdError;
+        auto cb = it->second.cb;
+        cb(fds[i].fd, ev);
+        ++ran;
+    }
+    return ran;
+}
+
+bool VirtualMainLoop::runOneDue() {
+    drainInbox();
+    if (queue_.empty() || queue_.top().time > now_) return false;
+    Entry e = queue_.top();
+    queue_.pop();
+    if (e.isTimer) {
+        TimerRef timer = e.timer.lock();
+        if (!timer || !timer->isValid()) return true;
+        if (timer->repeats()) {
+            // Next tick counted from this one's due time, so ticks do not drift.
+            double step = timer->interval() > 0 ? timer->interval() : 1e-9;
+            scheduleTimerEntry(timer, e.time + step);
+        } else {
+            liveTimers_.erase(timer.get());
+        }
+        timer->fire();
+        return true;
+    }
+    if (e.task) e.task();
+    return true;
+}
+
+size_t VirtualMainLoop::runUntilIdle() {
+    size_t ran = 0;
+    for (;;) {
+        ran += pollFds(0);
+        bool any = false;
+        while (runOneDue()) {
+            any = true;
+            ++ran;
+        }
+        if (!any) {
+            drainInbox();
+            if (queue_.empty() || queue_.top().time > now_) break;
+        }
+    }
+    return ran;
+}
+
+void VirtualMainLoop::advanceTo(double time) {
+    runUntilIdle();
+    for (;;) {
+        drainInbox();
+        if (queue_.empty() || queue_.top().time > time) break;
+        if (queue_.top().time > now_) now_ = queue_.top().time;
+        runUntilIdle();
+    }
+    if (time > now_) now_ = time;
+    runUntilIdle();
+}
+
+size_t VirtualMainLoop::advance(double seconds) {
+    size_t ran = 0;
+    const double target = now_ + seconds;
+    ran += runUntilIdle();
+    for (;;) {
+        drainInbox();
+        if (queue_.empty() || queue_.top().time > target) break;
+        if (queue_.top().time > now_) now_ = queue_.top().time;
+        ran += runUntilIdle();
+    }
+    if (target > now_) now_ = target;
+    ran += runUntilIdle();
+    return ran;
+}
+
+bool VirtualMainLoop::runUntil(const std::function<bool()>& done, double realTimeoutSeconds) {
+    using clock = std::chrono::steady_clock;
+    const auto deadline = clock::now() + std::chrono::duration<double>(realTimeoutSeconds);
+    for (;;) {
+        runUntilIdle();
+        if (done()) return true;
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now());
+        if (left.count() <= 0) return done();
+        pollFds(static_cast<int>(std::min<long long>(left.count(), 50)));
+    }
+}
+
+void VirtualMainLoop::run() {
+    quit_ = false;
+    while (!quit_) {
+        runUntilIdle();
+        if (quit_) break;
+        drainInbox();
+        if (!queue_.empty()) {
+            if (queue_.top().time > now_) now_ = queue_.top().time;
+            continue;
+        }
+        // Nothing scheduled: only other threads or descriptors can bring work.
+        if (watches_.empty() && wakePipe_[0] < 0) break;
+        pollFds(100);
+    }
+}
+
+void VirtualMainLoop::quit() {
+    quit_ = true;
+    if (wakePipe_[1] >= 0) {
+        char c = 1;
+        [[maybe_unused]] auto n = ::write(wakePipe_[1], &c, 1);
+    }
+}
+
+double VirtualMainLoop::nextDueTime() const {
+    return queue_.empty() ? -1.0 : queue_.top().time;
+}
+
+size_t VirtualMainLoop::pendingCount() const {
+    std::lock_guard lock(inboxMutex_);
+    return queue_.size() + inbox_.size();
+}
+
+}  // namespace orv
