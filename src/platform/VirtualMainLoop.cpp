@@ -48,8 +48,9 @@ void VirtualMainLoop::schedule(double time, Task task) {
     queue_.push(Entry{time, seq_++, std::move(task), {}, false});
 }
 
-void VirtualMainLoop::scheduleTimerEntry(const TimerRef& timer, double time) {
-    queue_.push(Entry{time, seq_++, nullptr, timer, true});
+void VirtualMainLoop::scheduleTimerEntry(const TimerRef& timer, double time, double base,
+                                         uint64_t tick) {
+    queue_.push(Entry{time, seq_++, nullptr, timer, true, base, tick});
 }
 
 TimerRef VirtualMainLoop::scheduleTimer(double interval, bool repeats, Timer::Action action,
@@ -59,7 +60,7 @@ TimerRef VirtualMainLoop::scheduleTimer(double interval, bool repeats, Timer::Ac
     liveTimers_[raw] = timer;
     timer->setCanceller([this, raw] { liveTimers_.erase(raw); });
     // A zero or negative interval fires on the next turn, like the platform's timers.
-    scheduleTimerEntry(timer, now_ + (interval > 0 ? interval : 0));
+    scheduleTimerEntry(timer, now_ + (interval > 0 ? interval : 0), now_, 1);
     return timer;
 }
 
@@ -125,9 +126,10 @@ bool VirtualMainLoop::runOneDue() {
         TimerRef timer = e.timer.lock();
         if (!timer || !timer->isValid()) return true;
         if (timer->repeats()) {
-            // Next tick counted from this one's due time, so ticks do not drift.
-            double step = timer->interval() > 0 ? timer->interval() : 1e-9;
-            scheduleTimerEntry(timer, e.time + step);
+                        const uint64_t next = e.tick + 1;
+            const double at = timer->interval() > 0 ? e.base + double(next) * timer->interval()
+                                                    : e.time + 1e-9;
+            scheduleTimerEntry(timer, at, e.base, next);
         } else {
             liveTimers_.erase(timer.get());
         }

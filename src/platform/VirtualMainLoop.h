@@ -56,6 +56,9 @@ private:
         Task task;
         std::weak_ptr<Timer> timer;
         bool isTimer;
+        // Repeating timers: tick n falls at base + n * interval, so long runs do not drift.
+        double base = 0;
+        uint64_t tick = 0;
     };
     struct Later {
         bool operator()(const Entry& a, const Entry& b) const {
@@ -69,7 +72,7 @@ private:
     };
 
     void schedule(double time, Task task);
-    void scheduleTimerEntry(const TimerRef& timer, double time);
+    void scheduleTimerEntry(const TimerRef& timer, double time, double base, uint64_t tick);
     void drainInbox();
     // Polls watched descriptors and the wake-up pipe; runs ready callbacks. Returns how many ran.
     size_t pollFds(int timeoutMs);

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "platform/VirtualMainLoop.h"
+#include "platform/glib/GLibMainLoop.h"
+
+namespace orv {
+namespace {
+
+TEST(VirtualMainLoop, TimersFireInVirtualTimeOrder) {
+    VirtualMainLoop loop;
+    int ticks = 0;
+    int timeouts = 0;
+    auto poll = loop.scheduleTimer(0.5, true, [&](Timer&) { ++ticks; });
+    loop.scheduleTimer(8.0, false, [&](Timer&) { ++timeouts; });
+    loop.advance(10.0);
+    EXPECT_EQ(ticks, 20);
+    EXPECT_EQ(timeouts, 1);
+    EXPECT_DOUBLE_EQ(loop.now(), 10.0);
+
+    poll->invalidate();
+    loop.advance(10.0);
+    EXPECT_EQ(ticks, 20);
+}
+
+TEST(VirtualMainLoop, TasksRunAtTheirTimeInOrderOfQueueing) {
+    VirtualMainLoop loop;
+    std::vector<std::string> order;
+    std::vector<double> when;
+    loop.postAfter(1.0, [&] { order.push_back("b"); when.push_back(loop.now()); });
+    loop.post([&] { order.push_back("a"); });
+    loop.postAfter(1.0, [&] { order.push_back("c"); });
+    loop.scheduleTimer(0.25, false, [&](Timer&) {
+        order.push_back("t");
+        loop.post([&] { order.push_back("t-post"); });  // queued for the same virtual instant
+    });
+    EXPECT_EQ(loop.runUntilIdle(), 1u);
+    loop.advance(2.0);
+    EXPECT_EQ(order, (std::vector<std::string>{"a", "t", "t-post", "b", "c"}));
+    EXPECT_DOUBLE_EQ(when.at(0), 1.0);
+}
+
+TEST(VirtualMainLoop, ATimerKeepsItsTargetAliveUntilItFiresOrIsInvalidated) {
+    VirtualMainLoop loop;
+    auto target = std::make_shared<int>(7);
+    std::weak_ptr<int> watch = target;
+    loop.scheduleTimer(1.0, false, [target](Timer&) {});
+    auto repeating = loop.scheduleTimer(1.0, true, [t = std::shared_ptr<int>(target)](Timer&) {});
+    target.reset();
+    EXPECT_FALSE(watch.expired());
+    loop.advance(1.5);
+    EXPECT_FALSE(watch.expired());  // the repeating one still holds it
+    repeating->invalidate();
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST(VirtualMainLoop, UserInfoAndInvalidationFromInsideTheAction) {
+    VirtualMainLoop loop;
+    int fired = 0;
+    loop.scheduleTimer(0.1, true, [&](Timer& t) {
+        EXPECT_EQ(std::any_cast<int>(t.userInfo()), 41);
+        if (++fired == 3) t.invalidate();
+    }, 41);
+    loop.advance(5);
+    EXPECT_EQ(fired, 3);
+}
+
+TEST(VirtualMainLoop, PostsFromOtherThreadsAndPostAndWait) {
+    VirtualMainLoop loop;
+    int value = 0;
+    std::thread worker([&] {
+        loop.post([&] { value += 1; });
+        EXPECT_TRUE(loop.postAndWait([&] { value += 10; }, 5.0));
+    });
+    EXPECT_TRUE(loop.runUntil([&] { return value == 11; }, 5.0));
+    worker.join();
+    EXPECT_EQ(loop.now(), 0.0);  // real waiting never moves virtual time
+    loop.postAndWait([&] { value = 0; });  // on the main thread it runs at once
+    EXPECT_EQ(value, 0);
+}
+
+TEST(VirtualMainLoop, RunPlaysToQuit) {
+    VirtualMainLoop loop;
+    int ticks = 0;
+    loop.scheduleTimer(0.1, true, [&](Timer&) { ++ticks; });
+    loop.postAfter(3.0, [&] { loop.quit(); });
+    loop.run();
+    EXPECT_EQ(ticks, 30);
+    EXPECT_DOUBLE_EQ(loop.now(), 3.0);
+}
+
+TEST(VirtualMainLoop, WatchesDescriptors) {
+    VirtualMainLoop loop;
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    int reads = 0;
+    auto id = loop.watchFd(fds[0], kFdReadable, [&](int fd, short ev) {
+        EXPECT_TRUE(ev & kFdReadable);
+        char c;
+        EXPECT_EQ(::read(fd, &c, 1), 1);
+        ++reads;
+    });
+    ASSERT_EQ(::write(fds[1], "x", 1), 1);
+    EXPECT_TRUE(loop.runUntil([&] { return reads == 1; }, 5.0));
+    loop.unwatchFd(id);
+    ASSERT_EQ(::write(fds[1], "y", 1), 1);
+    loop.runUntilIdle();
+    EXPECT_EQ(reads, 1);
+    ::close(fds[0]);
+    ::close(fds[1]);
+}
+
+TEST(GLibMainLoop, TimersTasksAndCrossThreadPosts) {
+    GLibMainLoop loop;
+    int ticks = 0;
+    bool posted = false;
+    auto target = std::make_shared<int>(1);
+    std::weak_ptr<int> watch = target;
+    auto timer = loop.scheduleTimer(0.001, true, [&, t = target](Timer& self) {
+        if (++ticks == 3) self.invalidate();
+    });
+    target.reset();
+    std::thread worker([&] { loop.postAndWait([&] { posted = true; }); });
+    loop.postAfter(0.05, [&] { loop.quit(); });
+    loop.run();
+    worker.join();
+    EXPECT_EQ(ticks, 3);
+    EXPECT_TRUE(posted);
+    EXPECT_TRUE(watch.expired());
+    EXPECT_GT(loop.now(), 0.0);
+}
+
+}  // namespace
+}  // namespace orv

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds and runs every test: a normal build, an AddressSanitizer + UndefinedBehaviorSanitizer
+# build, the fuzz targets for a bounded time, and the tests against a real desktop session.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+cd "$root"
+jobs=$(nproc)
+
+step() { printf '\n==== %s ====\n' "$*"; }
+
+step "dependencies"
+bash tools/dev/deps.sh
+
+step "normal build"
+bash tools/dev/build.sh build/normal
+step "tests (normal build)"
+ctest --test-dir build/normal --output-on-failure -j "$jobs"
+
+step "sanitizer build"
+bash tools/dev/build.sh build/asan -DORV_SANITIZE=ON -DORV_BUILD_BENCH=OFF
+step "tests (AddressSanitizer + UndefinedBehaviorSanitizer)"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --test-dir build/asan --output-on-failure -j "$jobs"
+
+if [ -x fuzz/run.sh ]; then
+    step "fuzzing (bounded)"
+    bash fuzz/run.sh build/fuzz "${ORV_FUZZ_SECONDS:-60}"
+fi
+
+if [ -x tests/platform/linux/desktop-session.sh ]; then
+    step "real desktop session (Xvfb, AT-SPI2, GTK3)"
+    bash tests/platform/linux/desktop-session.sh \
+        ctest --test-dir build/normal --output-on-failure -L desktop
+fi
+
+step "done"
