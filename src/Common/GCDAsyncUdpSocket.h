@@ -1,0 +1,169 @@
+#pragma once
+
+// Asynchronous UDP endpoint on POSIX sockets. All socket work runs on the endpoint's own worker
+// thread (its serial socket queue); every event reaches the delegate on the delegate queue, a
+// main loop chosen by the owner.
+
+#include <atomic>
+#include <any>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/MainLoop.h"
+
+namespace orv {
+
+// A platform socket address structure as bytes (sockaddr_in or sockaddr_in6).
+using SocketAddress = std::vector<uint8_t>;
+
+inline constexpr const char* GCDAsyncUdpSocketErrorDomain = "GCDAsyncUdpSocketErrorDomain";
+inline constexpr const char* NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
+inline constexpr const char* kCFStreamErrorDomainNetDB = "kCFStreamErrorDomainNetDB";
+
+enum GCDAsyncUdpSocketErrorCode : int {
+    GCDAsyncUdpSocketNoError = 0,
+    GCDAsyncUdpSocketBadConfigError = 1,
+    GCDAsyncUdpSocketBadParamError = 2,
+    GCDAsyncUdpSocketSendTimeoutError = 3,
+    GCDAsyncUdpSocketClosedError = 4,
+    GCDAsyncUdpSocketOtherError = 5,
+};
+
+struct UdpSocketError {
+    std::string domain;
+    int code = 0;
+    std::string reason;
+
+    bool is(const char* d, int c) const { return code == c && domain == d; }
+    // "Error Domain=<domain> Code=<code> \"<reason>\"", what "%@" prints in the hub's log lines.
+    std::string description() const;
+};
+
+class GCDAsyncUdpSocket;
+
+// Events of the endpoint, delivered on the delegate queue. Every one is optional.
+class GCDAsyncUdpSocketDelegate {
+public:
+    virtual ~GCDAsyncUdpSocketDelegate() = default;
+    virtual void udpSocketDidConnectToAddress(GCDAsyncUdpSocket&, const SocketAddress&) {}
+    virtual void udpSocketDidNotConnect(GCDAsyncUdpSocket&, const UdpSocketError&) {}
+    virtual void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket&, int64_t /*tag*/) {}
+    virtual void udpSocketDidNotSendDataWithTag(GCDAsyncUdpSocket&, int64_t /*tag*/,
+                                                const UdpSocketError&) {}
+    // One whole datagram; the filter context is always empty.
+    virtual void udpSocketDidReceiveData(GCDAsyncUdpSocket&, const std::vector<uint8_t>& /*data*/,
+                                         const SocketAddress& /*from*/,
+                                         const std::any& /*filterContext*/) {}
+    // error is null when the socket was closed on request.
+    virtual void udpSocketDidClose(GCDAsyncUdpSocket&, const UdpSocketError* /*error*/) {}
+};
+
+class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket> {
+public:
+    // The delegate is held weakly; events for a delegate that is gone are dropped, and so are
+    // events still queued when the endpoint itself is destroyed.
+    static std::shared_ptr<GCDAsyncUdpSocket> initWithDelegate(
+        std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, std::shared_ptr<MainLoop> delegateQueue);
+
+    GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate,
+                      std::shared_ptr<MainLoop> delegateQueue);
+    ~GCDAsyncUdpSocket();
+    GCDAsyncUdpSocket(const GCDAsyncUdpSocket&) = delete;
+    GCDAsyncUdpSocket& operator=(const GCDAsyncUdpSocket&) = delete;
+
+    void setIPv4Enabled(bool enabled);
+    void setIPv6Enabled(bool enabled);
+    bool isIPv4Enabled() const;
+    bool isIPv6Enabled() const;
+
+    // Binds to the port on every interface, or on the numeric interface address given.
+    bool bindToPort(uint16_t port, UdpSocketError* error);
+    bool bindToPort(uint16_t port, const std::string& interface, UdpSocketError* error);
+    // Checks the configuration now; look-up and connect follow on the socket queue and end in a
+    // did-connect or did-not-connect event.
+    bool connectToHost(const std::string& host, uint16_t port, UdpSocketError* error);
+    bool beginReceiving(UdpSocketError* error);
+
+    // A negative timeout means none. The tag comes back in the send events.
+    void sendData(std::vector<uint8_t> data, double timeout, int64_t tag);
+    void sendData(std::vector<uint8_t> data, const std::string& host, uint16_t port, double timeout,
+                  int64_t tag);
+    void sendData(std::vector<uint8_t> data, const SocketAddress& address, double timeout,
+                  int64_t tag);
+
+    // Closes now, dropping queued sends; did-close follows with no error if anything was open.
+    void close();
+
+    bool isConnected() const;
+    bool isClosed() const;
+    // The bound local port, 0 when there is no socket yet.
+    uint16_t localPort() const;
+
+    static bool getHost(std::string* host, uint16_t* port, const SocketAddress& address);
+    // A numeric IPv4 or IPv6 address as socket address bytes; empty when it is not one.
+    static SocketAddress addressWithHost(const std::string& host, uint16_t port);
+
+private:
+    struct Send;
+    struct Resolved;
+
+    void workerMain();
+    void runOnQueue(std::function<void()> task);
+    void runOnQueueAndWait(const std::function<void()>& task);
+    void assertOnSocketQueue() const;
+    void wake();
+
+    // Socket-queue only.
+    bool createSocket(int family, UdpSocketError* error);
+    bool resolve(const std::string& host, uint16_t port, SocketAddress* out, UdpSocketError* error);
+    void doConnect(std::string host, uint16_t port);
+    void enqueueSend(std::shared_ptr<Send> send);
+    void maybeDequeueSend();
+    void doSend();
+    void finishCurrentSend(const UdpSocketError* error);
+    void checkSendTimeout();
+    void readDatagrams();
+    void pollSocketNow();
+    void closeWithError(const UdpSocketError* error);
+    void closeSocketFd();
+
+    template <typename F>
+    void notifyDelegate(F&& call);
+
+    std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate_;
+    std::shared_ptr<MainLoop> delegateQueue_;
+
+    std::thread worker_;
+    std::atomic<std::thread::id> workerId_{};
+    std::mutex tasksMutex_;
+    std::deque<std::function<void()>> tasks_;
+    int wakePipe_[2] = {-1, -1};
+    std::atomic<bool> stop_{false};
+
+    // Socket-queue state.
+    int fd_ = -1;
+    int family_ = 0;
+    bool ipv4Enabled_ = true;
+    bool ipv6Enabled_ = true;
+    bool didBind_ = false;
+    bool connecting_ = false;
+    bool didConnect_ = false;
+    bool receiving_ = false;
+    std::deque<std::shared_ptr<Send>> sendQueue_;
+    std::shared_ptr<Send> currentSend_;
+    bool currentSendWaitsWritable_ = false;
+    std::vector<uint8_t> receiveBuffer_;
+
+    // Snapshot readable from any thread.
+    std::atomic<bool> connectedFlag_{false};
+};
+
+}  // namespace orv
