@@ -1,0 +1,563 @@
+#include "platform/sim/SimTreeText.h"
+
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <map>
+
+#include "Common/Format.h"
+#include "platform/sim/SimElement.h"
+
+namespace orv::sim {
+
+std::string SimTreeResult::message() const {
+    if (ok()) return {};
+    return line > 0 ? "line " + std::to_string(line) + ": " + error : error;
+}
+
+namespace {
+
+bool isNameChar(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.';
+}
+
+std::string quote(const std::string& s) {
+    std::string out = "\"";
+    for (char c : s) {
+        switch (c) {
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out + "\"";
+}
+
+// Reads one line after its indentation.
+class LineReader {
+  public:
+    explicit LineReader(std::string_view s) : s_(s) {}
+
+    bool parse(TreeSpec* spec, std::string* error) {
+        err_ = error;
+        std::string head = word();
+        if (head.empty()) return fail("expected a role");
+        if (head.find('=') != std::string::npos)
+            return fail("expected a role before the attributes, found '" + head + "'");
+        auto slash = head.find('/');
+        spec->role = head.substr(0, slash);
+        if (spec->role == "-") spec->role.clear();
+        if (slash != std::string::npos) {
+            spec->subrole = head.substr(slash + 1);
+            if (spec->subrole.empty()) return fail("empty subrole after '/'");
+        }
+        bool attributesStarted = false;
+        for (;;) {
+            skipSpaces();
+            if (eof()) return true;
+            char c = peek();
+            if (c == '"') {
+                if (spec->title || attributesStarted || spec->frame)
+                    return fail("the title must come right after the role");
+                std::string title;
+                if (!readString(&title)) return false;
+                spec->title = title;
+            } else if (c == '[') {
+                if (spec->frame) return fail("more than one frame");
+                if (attributesStarted) return fail("the frame must come before the attributes");
+                Rect r;
+                if (!readRectBody(&r)) return false;
+                spec->frame = r;
+            } else if (c == '#') {
+                ++i_;
+                if (!spec->label.empty()) return fail("more than one label");
+                spec->label = name();
+                if (spec->label.empty()) return fail("expected a label name after '#'");
+            } else {
+                attributesStarted = true;
+                std::string key = name();
+                if (key.empty() || eof() || peek() != '=')
+                    return fail("expected attribute as key=value, found '" + rest() + "'");
+                ++i_;
+                TreeValue v;
+                if (!readValue(&v)) return false;
+                spec->attributes.emplace_back(key, std::move(v));
+            }
+        }
+    }
+
+  private:
+    bool fail(const std::string& m) {
+        if (err_ && err_->empty()) *err_ = m;
+        return false;
+    }
+    bool eof() const { return i_ >= s_.size(); }
+    char peek() const { return s_[i_]; }
+    void skipSpaces() {
+        while (!eof() && (peek() == ' ' || peek() == '\t')) ++i_;
+    }
+    std::string rest() const {
+        std::string r(s_.substr(i_, 20));
+        auto sp = r.find(' ');
+        return sp == std::string::npos ? r : r.substr(0, sp);
+    }
+    std::string word() {
+        size_t start = i_;
+        while (!eof() && peek() != ' ' && peek() != '\t') ++i_;
+        return std::string(s_.substr(start, i_ - start));
+    }
+    std::string name() {
+        size_t start = i_;
+        while (!eof() && isNameChar(peek())) ++i_;
+        return std::string(s_.substr(start, i_ - start));
+    }
+
+    bool readString(std::string* out) {
+        ++i_;  // opening quote
+        out->clear();
+        while (!eof()) {
+            char c = s_[i_++];
+            if (c == '"') return true;
+            if (c != '\\') {
+                *out += c;
+                continue;
+            }
+            if (eof()) break;
+            char e = s_[i_++];
+            switch (e) {
+                case '"':
+                    *out += '"';
+                    break;
+                case '\\':
+                    *out += '\\';
+                    break;
+                case 'n':
+                    *out += '\n';
+                    break;
+                case 't':
+                    *out += '\t';
+                    break;
+                default:
+                    return fail(std::string("unknown escape \\") + e + " in string");
+            }
+        }
+        return fail("unterminated string");
+    }
+
+    bool readNumber(double* out, bool* integral) {
+        skipSpaces();
+        size_t start = i_;
+        while (!eof() && (std::isdigit(static_cast<unsigned char>(peek())) || peek() == '-' ||
+                          peek() == '+' || peek() == '.' || peek() == 'e' || peek() == 'E'))
+            ++i_;
+        std::string text(s_.substr(start, i_ - start));
+        if (text.empty()) return fail("expected a number, found '" + rest() + "'");
+        char* end = nullptr;
+        *out = std::strtod(text.c_str(), &end);
+        if (*end != '\0' || !std::isfinite(*out)) return fail("bad number '" + text + "'");
+        if (integral) *integral = text.find_first_of(".eE") == std::string::npos;
+        return true;
+    }
+
+    // n numbers separated by blanks or commas, then the closing character.
+    bool readNumbers(size_t n, char close, std::vector<double>* out, const char* what) {
+        for (size_t k = 0; k < n; ++k) {
+            skipSpaces();
+            if (k && !eof() && peek() == ',') ++i_;
+            double v;
+            if (!readNumber(&v, nullptr)) return fail(std::string("expected ") + what);
+            out->push_back(v);
+        }
+        skipSpaces();
+        if (eof() || peek() != close)
+            return fail(std::string("expected '") + close + "' to close " + what);
+        ++i_;
+        return true;
+    }
+
+    bool readRectBody(Rect* r) {
+        ++i_;  // [
+        std::vector<double> v;
+        if (!readNumbers(4, ']', &v, "frame [x y w h]")) return false;
+        *r = Rect(v[0], v[1], v[2], v[3]);
+        return true;
+    }
+
+    bool readValue(TreeValue* v) {
+        if (eof() || peek() == ' ') return fail("missing value after '='");
+        char c = peek();
+        if (c == '"') {
+            std::string s;
+            if (!readString(&s)) return false;
+            v->value = s;
+            return true;
+        }
+        if (c == '[') {
+            Rect r;
+            if (!readRectBody(&r)) return false;
+            v->value = r;
+            return true;
+        }
+        if (c == '@') {
+            ++i_;
+            v->reference = name();
+            if (v->reference.empty()) return fail("expected a label after '@'");
+            return true;
+        }
+        if (c == '(') {
+            ++i_;
+            v->isArray = true;
+            for (;;) {
+                skipSpaces();
+                if (eof()) return fail("unterminated array, expected ')'");
+                if (peek() == ')') {
+                    ++i_;
+                    return true;
+                }
+                TreeValue item;
+                if (!readValue(&item)) return false;
+                v->items.push_back(std::move(item));
+            }
+        }
+        if (std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.') {
+            double d;
+            bool integral;
+            if (!readNumber(&d, &integral)) return false;
+            if (integral)
+                v->value = static_cast<long long>(d);
+            else
+                v->value = d;
+            return true;
+        }
+        std::string word = name();
+        if (word == "true") return (v->value = true), true;
+        if (word == "false") return (v->value = false), true;
+        if (word == "none") return (v->value = AXValue()), true;
+        if (eof() || peek() != '(') return fail("cannot read value '" + word + rest() + "'");
+        ++i_;
+        std::vector<double> n;
+        if (word == "point") {
+            if (!readNumbers(2, ')', &n, "point(x y)")) return false;
+            v->value = Point{n[0], n[1]};
+        } else if (word == "size") {
+            if (!readNumbers(2, ')', &n, "size(w h)")) return false;
+            v->value = Size{n[0], n[1]};
+        } else if (word == "range") {
+            if (!readNumbers(2, ')', &n, "range(location length)")) return false;
+            v->value = Range{static_cast<long>(n[0]), static_cast<long>(n[1])};
+        } else if (word == "rect") {
+            if (!readNumbers(4, ')', &n, "rect(x y w h)")) return false;
+            v->value = Rect(n[0], n[1], n[2], n[3]);
+        } else if (word == "url") {
+            skipSpaces();
+            std::string u;
+            if (eof() || peek() != '"' || !readString(&u)) return fail("expected url(\"...\")");
+            skipSpaces();
+            if (eof() || peek() != ')') return fail("expected ')' to close url(...)");
+            ++i_;
+            v->value = AXURL{u};
+        } else {
+            return fail("unknown value kind '" + word + "('");
+        }
+        return true;
+    }
+
+    std::string_view s_;
+    size_t i_ = 0;
+    std::string* err_ = nullptr;
+};
+
+struct FlatLine {
+    int depth;
+    TreeSpec spec;
+};
+
+// Builds the hierarchy from lines in order; depths were checked while reading.
+void nest(std::vector<FlatLine>& flat, size_t& pos, int depth, std::vector<TreeSpec>* out) {
+    while (pos < flat.size() && flat[pos].depth == depth) {
+        TreeSpec spec = std::move(flat[pos].spec);
+        ++pos;
+        nest(flat, pos, depth + 1, &spec.children);
+        out->push_back(std::move(spec));
+    }
+}
+
+void collectLabels(const std::vector<TreeSpec>& specs, std::vector<const TreeSpec*>* out) {
+    for (auto& s : specs) {
+        if (!s.label.empty()) out->push_back(&s);
+        collectLabels(s.children, out);
+    }
+}
+
+bool checkReferences(const TreeValue& v, const std::function<bool(const std::string&)>& known,
+                     std::string* missing) {
+    if (!v.reference.empty() && !known(v.reference)) {
+        *missing = v.reference;
+        return false;
+    }
+    for (auto& item : v.items)
+        if (!checkReferences(item, known, missing)) return false;
+    return true;
+}
+
+AXValue resolveValue(const TreeValue& v,
+                     const std::function<SimNodePtr(const std::string&)>& find) {
+    if (!v.reference.empty()) return AXValue(SimElementRef::forNode(find(v.reference)));
+    if (v.isArray) {
+        AXArray items;
+        for (auto& item : v.items) items.push_back(resolveValue(item, find));
+        return AXValue(std::move(items));
+    }
+    return v.value;
+}
+
+struct Builder {
+    SimNodePtr scope;
+    std::map<std::string, SimNodePtr> made;
+    std::vector<std::pair<SimNodePtr, const TreeSpec*>> pending;
+
+    SimNodePtr find(const std::string& label) {
+        auto it = made.find(label);
+        if (it != made.end()) return it->second;
+        return scope ? scope->find(label) : nullptr;
+    }
+
+    // Head fields now; attributes after every node exists, so references may point forward.
+    void apply(const SimNodePtr& node, const TreeSpec& spec, bool isTarget) {
+        if (!isTarget) {
+            if (spec.role.empty()) node->unset("AXRole");
+            if (!spec.subrole.empty()) node->set("AXSubrole", spec.subrole);
+        }
+        if (spec.title) node->set("AXTitle", *spec.title);
+        if (spec.frame) node->setFrame(*spec.frame);
+        if (!spec.label.empty()) {
+            node->setLabel(spec.label);
+            made[spec.label] = node;
+        }
+        pending.emplace_back(node, &spec);
+        for (auto& child : spec.children) apply(node->addChild(child.role), child, false);
+    }
+
+    void finish() {
+        auto lookup = [this](const std::string& l) { return find(l); };
+        for (auto& [node, spec] : pending)
+            for (auto& [key, value] : spec->attributes) node->set(key, resolveValue(value, lookup));
+    }
+};
+
+SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeSpec>& specs,
+                    const SimNodePtr& scope, const TreeSpec* targetSpec) {
+    SimTreeResult result;
+    // Check everything first so that a bad text builds nothing.
+    std::vector<const TreeSpec*> labelled;
+    if (targetSpec && !targetSpec->label.empty()) labelled.push_back(targetSpec);
+    collectLabels(specs, &labelled);
+    std::map<std::string, const TreeSpec*> labels;
+    for (auto* s : labelled) {
+        if (labels.count(s->label) || (scope && scope->find(s->label))) {
+            result.line = s->line;
+            result.error = "label '" + s->label + "' is used twice";
+            return result;
+        }
+        labels[s->label] = s;
+    }
+    auto known = [&](const std::string& l) { return labels.count(l) || (scope && scope->find(l)); };
+    std::function<bool(const TreeSpec&)> check = [&](const TreeSpec& s) {
+        for (auto& [key, value] : s.attributes) {
+            std::string missing;
+            if (!checkReferences(value, known, &missing)) {
+                result.line = s.line;
+                result.error = "unknown element @" + missing;
+                return false;
+            }
+        }
+        for (auto& c : s.children)
+            if (!check(c)) return false;
+        return true;
+    };
+    if (targetSpec && !check(*targetSpec)) return result;
+    for (auto& s : specs)
+        if (!check(s)) return result;
+
+    Builder b{scope, {}, {}};
+    if (targetSpec) {
+        b.apply(parent, *targetSpec, true);
+    } else {
+        for (auto& s : specs) {
+            auto node = parent->addChild(s.role);
+            b.apply(node, s, false);
+            result.nodes.push_back(node);
+        }
+    }
+    b.finish();
+    return result;
+}
+
+std::string formatDouble(double v) {
+    std::string s = formatNumber(v);
+    if (s.find_first_of(".eEn") == std::string::npos) s += ".0";
+    return s;
+}
+
+std::string elementText(const AXUIElementRef& e) {
+    auto r = SimElementRef::from(e);
+    if (!r) return "none";
+    if (auto n = r->node(); n && !n->label().empty()) return "@" + n->label();
+    return "@node" + std::to_string(r->nodeId());
+}
+
+void dumpNode(const SimNode& n, int depth, std::string* out) {
+    out->append(static_cast<size_t>(depth) * 2, ' ');
+    auto role = n.stored("AXRole");
+    auto subrole = n.stored("AXSubrole");
+    auto title = n.stored("AXTitle");
+    bool roleIsText = role && role->is<std::string>() && !role->get<std::string>()->empty();
+    bool subroleIsText =
+        subrole && subrole->is<std::string>() && !subrole->get<std::string>()->empty();
+    bool titleIsText = title && title->is<std::string>();
+    *out += roleIsText ? *role->get<std::string>() : "-";
+    if (subroleIsText) *out += "/" + *subrole->get<std::string>();
+    if (titleIsText) *out += " " + quote(*title->get<std::string>());
+    if (auto f = n.frame())
+        *out += " [" + formatNumber(f->origin.x) + " " + formatNumber(f->origin.y) + " " +
+                formatNumber(f->size.width) + " " + formatNumber(f->size.height) + "]";
+    if (!n.label().empty()) *out += " #" + n.label();
+    for (auto& [key, value] : n.storedAttributes()) {
+        if ((key == "AXRole" && roleIsText) || (key == "AXSubrole" && subroleIsText) ||
+            (key == "AXTitle" && titleIsText))
+            continue;
+        *out += " " + key + "=" + formatTreeValue(value);
+    }
+    *out += "\n";
+    for (auto& c : n.children()) dumpNode(*c, depth + 1, out);
+}
+
+}  // namespace
+
+SimTreeResult parseTreeText(std::string_view text) {
+    SimTreeResult result;
+    std::vector<FlatLine> flat;
+    int lineNo = 0;
+    int previousDepth = -1;
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string_view::npos) end = text.size();
+        std::string_view line = text.substr(start, end - start);
+        start = end + 1;
+        ++lineNo;
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        size_t indent = 0;
+        while (indent < line.size() && (line[indent] == ' ' || line[indent] == '\t')) {
+            if (line[indent] == '\t') {
+                result.line = lineNo;
+                result.error = "tab in indentation; indent with two spaces per level";
+                return result;
+            }
+            ++indent;
+        }
+        std::string_view body = line.substr(indent);
+        while (!body.empty() && (body.back() == ' ' || body.back() == '\t')) body.remove_suffix(1);
+        if (body.empty() || body.substr(0, 2) == "//") {
+            if (end == text.size()) break;
+            continue;
+        }
+        auto fail = [&](const std::string& m) {
+            result.line = lineNo;
+            result.error = m;
+            result.roots.clear();
+            return result;
+        };
+        if (indent % 2)
+            return fail("indentation of " + std::to_string(indent) +
+                        " spaces is not a multiple of two");
+        int depth = static_cast<int>(indent / 2);
+        if (depth > previousDepth + 1)
+            return fail(previousDepth < 0 ? "the first element must not be indented"
+                                          : "indented by more than one level below the line above");
+        FlatLine fl{depth, {}};
+        fl.spec.line = lineNo;
+        std::string error;
+        if (!LineReader(body).parse(&fl.spec, &error)) return fail(error);
+        flat.push_back(std::move(fl));
+        previousDepth = depth;
+        if (end == text.size()) break;
+    }
+    size_t pos = 0;
+    nest(flat, pos, 0, &result.roots);
+    return result;
+}
+
+SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeSpec>& specs,
+                        const SimNodePtr& scope) {
+    return build(parent, specs, scope, nullptr);
+}
+
+SimTreeResult loadTreeText(const SimNodePtr& parent, std::string_view text) {
+    SimTreeResult parsed = parseTreeText(text);
+    if (!parsed.ok()) return parsed;
+    // Labels are looked up in the whole application.
+    SimNodePtr scope = parent;
+    while (scope->parent()) scope = scope->parent();
+    if (parent->kind() == SimNode::Kind::Application && parsed.roots.size() == 1 &&
+        parsed.roots[0].role == "AXApplication") {
+        const TreeSpec& top = parsed.roots[0];
+        if (!top.subrole.empty()) parent->set("AXSubrole", top.subrole);
+        return build(parent, top.children, scope, &top);
+    }
+    return build(parent, parsed.roots, scope, nullptr);
+}
+
+std::string dumpTree(const SimNodePtr& node) {
+    std::string out;
+    if (node) dumpNode(*node, 0, &out);
+    return out;
+}
+
+std::string formatTreeValue(const AXValue& value) {
+    struct Visitor {
+        std::string operator()(std::monostate) const { return "none"; }
+        std::string operator()(bool b) const { return b ? "true" : "false"; }
+        std::string operator()(int64_t i) const { return std::to_string(i); }
+        std::string operator()(double d) const { return formatDouble(d); }
+        std::string operator()(const std::string& s) const { return quote(s); }
+        std::string operator()(const Point& p) const {
+            return "point(" + formatNumber(p.x) + " " + formatNumber(p.y) + ")";
+        }
+        std::string operator()(const Size& s) const {
+            return "size(" + formatNumber(s.width) + " " + formatNumber(s.height) + ")";
+        }
+        std::string operator()(const Rect& r) const {
+            return "[" + formatNumber(r.origin.x) + " " + formatNumber(r.origin.y) + " " +
+                   formatNumber(r.size.width) + " " + formatNumber(r.size.height) + "]";
+        }
+        std::string operator()(const Range& r) const {
+            return "range(" + std::to_string(r.location) + " " + std::to_string(r.length) + ")";
+        }
+        std::string operator()(const AXUIElementRef& e) const { return elementText(e); }
+        std::string operator()(const AXArray& a) const {
+            std::string out = "(";
+            for (size_t i = 0; i < a.size(); ++i) out += (i ? " " : "") + formatTreeValue(a[i]);
+            return out + ")";
+        }
+        std::string operator()(const AXURL& u) const { return "url(" + quote(u.url) + ")"; }
+        // Opaque web positions have no text form.
+        std::string operator()(const AXTextMarker&) const { return "none"; }
+        std::string operator()(const AXTextMarkerRange&) const { return "none"; }
+    };
+    return std::visit(Visitor{}, value.storage());
+}
+
+}  // namespace orv::sim
