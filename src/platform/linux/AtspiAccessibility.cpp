@@ -1,0 +1,862 @@
+#include "platform/linux/AtspiAccessibility.h"
+
+#include <atspi/atspi.h>
+
+#include <climits>
+#include <cmath>
+#include <unordered_map>
+
+#include "platform/linux/LinuxRoles.h"
+
+namespace orv::linuxdesk {
+
+namespace {
+
+constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
+constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
+constexpr int kMaxDepth = 200;
+
+enum class Attr {
+    Role,
+    Subrole,
+    RoleDescription,
+    Title,
+    Description,
+    Help,
+    Value,
+    Identifier,
+    Position,
+    Size,
+    Frame,
+    Parent,
+    Children,
+    Windows,
+    FocusedUIElement,
+    FocusedWindow,
+    MainWindow,
+    TopLevelUIElement,
+    Window,
+    FullScreen,
+    Enabled,
+    Focused,
+    Selected,
+    Frontmost,
+    Minimized,
+    SelectedChildren,
+    NumberOfCharacters,
+    SelectedTextRange,
+    SelectedText,
+    FocusedApplication,
+};
+
+const std::unordered_map<std::string, Attr>& attributeTable() {
+    static const std::unordered_map<std::string, Attr> table = {
+        {"AXRole", Attr::Role},
+        {"AXSubrole", Attr::Subrole},
+        {"AXRoleDescription", Attr::RoleDescription},
+        {"AXTitle", Attr::Title},
+        {"AXDescription", Attr::Description},
+        {"AXHelp", Attr::Help},
+        {"AXValue", Attr::Value},
+        {"AXIdentifier", Attr::Identifier},
+        {"AXPosition", Attr::Position},
+        {"AXSize", Attr::Size},
+        {"AXFrame", Attr::Frame},
+        {"AXParent", Attr::Parent},
+        {"AXChildren", Attr::Children},
+        {"AXWindows", Attr::Windows},
+        {"AXFocusedUIElement", Attr::FocusedUIElement},
+        {"AXFocusedWindow", Attr::FocusedWindow},
+        {"AXMainWindow", Attr::MainWindow},
+        {"AXTopLevelUIElement", Attr::TopLevelUIElement},
+        {"AXWindow", Attr::Window},
+        {"AXFullScreen", Attr::FullScreen},
+        {"AXEnabled", Attr::Enabled},
+        {"AXFocused", Attr::Focused},
+        {"AXSelected", Attr::Selected},
+        {"AXFrontmost", Attr::Frontmost},
+        {"AXMinimized", Attr::Minimized},
+        {"AXSelectedChildren", Attr::SelectedChildren},
+        {"AXNumberOfCharacters", Attr::NumberOfCharacters},
+        {"AXSelectedTextRange", Attr::SelectedTextRange},
+        {"AXSelectedText", Attr::SelectedText},
+        {"AXFocusedApplication", Attr::FocusedApplication},
+    };
+    return table;
+}
+
+// Owns a GError for the length of one call.
+struct Err {
+    GError* e = nullptr;
+    ~Err() {
+        if (e) g_error_free(e);
+    }
+    GError** operator&() { return &e; }
+};
+
+// Owns a g_malloc'd string.
+struct GStr {
+    gchar* s = nullptr;
+    ~GStr() { g_free(s); }
+    std::string str() const { return s ? s : ""; }
+};
+
+template <typename T>
+struct GRef {
+    T* p = nullptr;
+    explicit GRef(T* x) : p(x) {}
+    ~GRef() {
+        if (p) g_object_unref(p);
+    }
+    GRef(const GRef&) = delete;
+    GRef& operator=(const GRef&) = delete;
+    explicit operator bool() const { return p != nullptr; }
+};
+
+bool appGone(AtspiAccessible* acc) {
+    AtspiObject* obj = ATSPI_OBJECT(acc);
+    return !obj->app || !obj->app->bus;
+}
+
+// States, or null when they could not be read.
+AtspiStateSet* statesOf(AtspiAccessible* acc) { return atspi_accessible_get_state_set(acc); }
+
+}  // namespace
+
+AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
+    : desktop_(std::move(desktop)), systemWide_(AtspiElement::systemWide()) {}
+
+AXUIElementRef AtspiAccessibility::createSystemWide() { return systemWide_; }
+
+AXUIElementRef AtspiAccessibility::createApplication(pid_t pid) {
+    if (AppInfo* app = desktop_->appForPid(pid)) return app->root;
+    return AtspiElement::missing(pid);
+}
+
+AXError AtspiAccessibility::getPid(const AXUIElementRef& element, pid_t* out) {
+    *out = 0;
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    switch (el->kind()) {
+        case AtspiElement::Kind::SystemWide:
+            return kAXErrorIllegalArgument;
+        case AtspiElement::Kind::Missing:
+            *out = el->missingPid();
+            return kAXErrorSuccess;
+        default:
+            if (AppInfo* app = desktop_->appOf(*el)) {
+                *out = app->pid;
+                return app->pid > 0 ? kAXErrorSuccess : kAXErrorCannotComplete;
+            }
+            return kAXErrorInvalidUIElement;
+    }
+}
+
+AXError AtspiAccessibility::setMessagingTimeout(const AXUIElementRef& element, float seconds) {
+    const AtspiElement* el = asAtspi(element);
+    if (!el || seconds < 0) return kAXErrorIllegalArgument;
+    // libatspi has one timeout for the whole process: the system-wide element's sets it, as the
+    // system-wide element's does for every element on the platform the seam is shaped after.
+    if (el->kind() == AtspiElement::Kind::SystemWide) desktop_->setMessagingTimeout(seconds);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::createObserver(pid_t pid, AXObserverCallback callback,
+                                           AXObserverRef* out) {
+    if (pid <= 0 || !callback) return kAXErrorIllegalArgument;
+    auto observer = std::make_shared<AtspiObserver>(desktop_, pid, std::move(callback));
+    desktop_->addObserver(observer);
+    *out = observer;
+    return kAXErrorSuccess;
+}
+
+bool AtspiAccessibility::isProcessTrusted(bool) {
+    // Nothing to grant on this desktop: reaching the registry is the permission.
+    return true;
+}
+
+// --- Reads ------------------------------------------------------------------------------------
+
+AXError AtspiAccessibility::copyAttributeValue(const AXUIElementRef& element,
+                                               const std::string& attribute, AXValue* out) {
+    *out = AXValue();
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    switch (el->kind()) {
+        case AtspiElement::Kind::SystemWide:
+            return readSystemWide(attribute, out);
+        case AtspiElement::Kind::Missing:
+            return kAXErrorInvalidUIElement;
+        default:
+            return readObject(*el, attribute, out);
+    }
+}
+
+AXError AtspiAccessibility::readSystemWide(const std::string& attribute, AXValue* out) {
+    auto it = attributeTable().find(attribute);
+    if (it == attributeTable().end()) return kAXErrorAttributeUnsupported;
+    switch (it->second) {
+        case Attr::Role:
+            *out = AXValue("AXSystemWide");
+            return kAXErrorSuccess;
+        case Attr::FocusedUIElement: {
+            AXError err = kAXErrorSuccess;
+            auto focus = desktop_->systemFocusedObject(&err);
+            if (!focus) return err;
+            *out = AXValue(AXUIElementRef(focus));
+            return kAXErrorSuccess;
+        }
+        case Attr::FocusedApplication: {
+            AppInfo* app = desktop_->frontmostApp();
+            if (!app) return kAXErrorNoValue;
+            *out = AXValue(AXUIElementRef(app->root));
+            return kAXErrorSuccess;
+        }
+        default:
+            return kAXErrorAttributeUnsupported;
+    }
+}
+
+AXError AtspiAccessibility::roleOf(AtspiAccessible* acc, int* role, uint32_t* hints) {
+    CallClock clock;
+    Err err;
+    const AtspiRole r = atspi_accessible_get_role(acc, &err);
+    if (err.e || r == ATSPI_ROLE_INVALID) {
+        AXError code = desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        if (code != kAXErrorSuccess) return code;
+    }
+    *role = r;
+    if (hints) {
+        *hints = kHintNone;
+        if (isTextRole(r)) {
+            if (AtspiStateSet* set = statesOf(acc)) {
+                if (atspi_state_set_contains(set, ATSPI_STATE_MULTI_LINE)) *hints |= kHintMultiLine;
+                if (atspi_state_set_contains(set, ATSPI_STATE_EDITABLE)) *hints |= kHintEditable;
+                g_object_unref(set);
+            }
+        }
+    }
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::roleDescription(AtspiAccessible* acc, const std::string& bus,
+                                            AXValue* out) {
+    int role = 0;
+    if (AXError e = roleOf(acc, &role, nullptr)) return e;
+    auto key = std::make_pair(bus, role);
+    auto it = roleNames_.find(key);
+    if (it == roleNames_.end()) {
+        CallClock clock;
+        Err err;
+        GStr name{atspi_accessible_get_localized_role_name(acc, &err)};
+        if (err.e || !name.s || !*name.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        it = roleNames_.emplace(key, name.str()).first;
+    }
+    *out = AXValue(it->second);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
+    CallClock clock;
+    GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(acc));
+    if (!comp)
+        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorAttributeUnsupported;
+    Err err;
+    AtspiRect* r = atspi_component_get_extents(comp.p, ATSPI_COORD_TYPE_SCREEN, &err);
+    if (!r || err.e) {
+        g_free(r);
+        return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+    }
+    const AtspiRect rect = *r;
+    g_free(r);
+    if (desktop_->looksTimedOut(clock) && rect.x == -1 && rect.y == -1 && rect.width == -1)
+        return kAXErrorCannotComplete;
+    if (rect.width < 0 || rect.height < 0 || rect.x == INT_MIN || rect.y == INT_MIN)
+        return kAXErrorNoValue;
+    const Point o = desktop_->screenOrigin();
+    *out = Rect(rect.x - o.x, rect.y - o.y, rect.width, rect.height);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::children(AtspiAccessible* acc, AXArray* out, bool windowsOnly) {
+    CallClock clock;
+    Err err;
+    const int n = atspi_accessible_get_child_count(acc, &err);
+    if (n < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+    out->reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        Err childErr;
+        AtspiAccessible* c = atspi_accessible_get_child_at_index(acc, i, &childErr);
+        if (!c) {
+            // A child that vanished in between is skipped; a stuck application ends the read.
+            if (childErr.e || desktop_->looksTimedOut(clock)) {
+                AXError e = desktop_->errorFor(childErr.e, clock, kAXErrorSuccess);
+                if (e == kAXErrorCannotComplete || e == kAXErrorInvalidUIElement) return e;
+            }
+            continue;
+        }
+        auto child = AtspiElement::adopt(c);
+        if (windowsOnly) {
+            Err roleErr;
+            if (!isWindowRole(atspi_accessible_get_role(c, &roleErr))) continue;
+        }
+        out->push_back(AXValue(AXUIElementRef(child)));
+    }
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::topLevel(const AtspiElement& el, AXValue* out) {
+    if (el.kind() == AtspiElement::Kind::Application) return kAXErrorNoValue;
+    AtspiAccessible* cur = static_cast<AtspiAccessible*>(g_object_ref(el.accessible()));
+    CallClock clock;
+    for (int depth = 0; depth < kMaxDepth; ++depth) {
+        Err err;
+        AtspiAccessible* parent = atspi_accessible_get_parent(cur, &err);
+        if (!parent) {
+            g_object_unref(cur);
+            return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        }
+        const bool parentIsApp = pathOf(parent) == kRootPath || busNameOf(parent) == kRegistryBus;
+        if (parentIsApp) {
+            g_object_unref(parent);
+            *out = AXValue(AXUIElementRef(AtspiElement::adopt(cur)));
+            return kAXErrorSuccess;
+        }
+        g_object_unref(cur);
+        cur = parent;
+    }
+    g_object_unref(cur);
+    return kAXErrorNoValue;
+}
+
+AXError AtspiAccessibility::value(AtspiAccessible* acc, int role, AXValue* out) {
+    CallClock clock;
+    if (isToggleRole(role)) {
+        AtspiStateSet* set = statesOf(acc);
+        if (!set) return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorNoValue;
+        const AtspiStateType on =
+            role == ATSPI_ROLE_PAGE_TAB ? ATSPI_STATE_SELECTED : ATSPI_STATE_CHECKED;
+        int v = atspi_state_set_contains(set, on) ? 1 : 0;
+        if (atspi_state_set_contains(set, ATSPI_STATE_INDETERMINATE)) v = 2;
+        g_object_unref(set);
+        *out = AXValue(v);
+        return kAXErrorSuccess;
+    }
+    if (isRangeRole(role)) {
+        GRef<AtspiValue> val(atspi_accessible_get_value_iface(acc));
+        if (val) {
+            Err err;
+            const double v = atspi_value_get_current_value(val.p, &err);
+            if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            *out = AXValue(v);
+            return kAXErrorSuccess;
+        }
+    }
+    if (isTextRole(role) || isRangeRole(role)) {
+        GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
+        if (!text)
+            return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
+                                                  : kAXErrorAttributeUnsupported;
+        Err err;
+        GStr s{atspi_text_get_text(text.p, 0, -1, &err)};
+        if (err.e || !s.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        // An empty text is a value; an empty answer after the whole timeout is not.
+        if (!*s.s && desktop_->looksTimedOut(clock)) return kAXErrorCannotComplete;
+        *out = AXValue(s.str());
+        return kAXErrorSuccess;
+    }
+    if (isStaticTextRole(role) || role == ATSPI_ROLE_COMBO_BOX) {
+        Err err;
+        GStr name{atspi_accessible_get_name(acc, &err)};
+        if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        if (name.s && *name.s) {
+            *out = AXValue(name.str());
+            return kAXErrorSuccess;
+        }
+        if (GRef<AtspiText> text(atspi_accessible_get_text_iface(acc)); text) {
+            GStr s{atspi_text_get_text(text.p, 0, -1, nullptr)};
+            if (s.s && *s.s) {
+                *out = AXValue(s.str());
+                return kAXErrorSuccess;
+            }
+        }
+        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorNoValue;
+    }
+    return kAXErrorAttributeUnsupported;
+}
+
+AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string& attribute,
+                                       AXValue* out) {
+    auto it = attributeTable().find(attribute);
+    if (it == attributeTable().end()) return kAXErrorAttributeUnsupported;
+    AtspiAccessible* acc = el.accessible();
+    if (appGone(acc)) return kAXErrorInvalidUIElement;
+    const bool isApp = el.kind() == AtspiElement::Kind::Application;
+
+    auto stateAttr = [&](AtspiStateType state) -> AXError {
+        CallClock clock;
+        AtspiStateSet* set = statesOf(acc);
+        if (!set) return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
+        if (atspi_state_set_contains(set, ATSPI_STATE_DEFUNCT)) {
+            g_object_unref(set);
+            return kAXErrorInvalidUIElement;
+        }
+        *out = AXValue(static_cast<bool>(atspi_state_set_contains(set, state)));
+        g_object_unref(set);
+        return kAXErrorSuccess;
+    };
+    auto appInfo = [&]() -> AppInfo* { return desktop_->appOf(el); };
+
+    switch (it->second) {
+        case Attr::Role:
+        case Attr::Subrole: {
+            int role = 0;
+            uint32_t hints = 0;
+            if (AXError e = roleOf(acc, &role, &hints)) return e;
+            AXRoleNames names = axRoleFor(role, hints);
+            if (it->second == Attr::Role) {
+                *out = AXValue(names.role);
+                return kAXErrorSuccess;
+            }
+            if (!names.subrole) return kAXErrorNoValue;
+            *out = AXValue(names.subrole);
+            return kAXErrorSuccess;
+        }
+        case Attr::RoleDescription:
+            return roleDescription(acc, el.busName(), out);
+        case Attr::Title: {
+            if (!isApp) {
+                int role = 0;
+                if (AXError e = roleOf(acc, &role, nullptr)) return e;
+                if (isStaticTextRole(role)) return kAXErrorNoValue;  // a label's text is its value
+            }
+            CallClock clock;
+            Err err;
+            GStr name{atspi_accessible_get_name(acc, &err)};
+            if (err.e || !name.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            if (!*name.s) return desktop_->errorFor(nullptr, clock, kAXErrorNoValue);
+            *out = AXValue(name.str());
+            return kAXErrorSuccess;
+        }
+        case Attr::Description: {
+            CallClock clock;
+            Err err;
+            GStr d{atspi_accessible_get_description(acc, &err)};
+            if (err.e || !d.s || !*d.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            *out = AXValue(d.str());
+            return kAXErrorSuccess;
+        }
+        case Attr::Help:
+            // AT-SPI of this generation has no help text apart from the description.
+            return kAXErrorNoValue;
+        case Attr::Identifier: {
+            CallClock clock;
+            Err err;
+            GStr id{atspi_accessible_get_accessible_id(acc, &err)};
+            if (err.e || !id.s || !*id.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            *out = AXValue(id.str());
+            return kAXErrorSuccess;
+        }
+        case Attr::Value: {
+            if (isApp) return kAXErrorAttributeUnsupported;
+            int role = 0;
+            if (AXError e = roleOf(acc, &role, nullptr)) return e;
+            return value(acc, role, out);
+        }
+        case Attr::Position:
+        case Attr::Size:
+        case Attr::Frame: {
+            if (isApp) return kAXErrorAttributeUnsupported;
+            Rect r;
+            if (AXError e = extents(acc, &r)) return e;
+            if (it->second == Attr::Position)
+                *out = AXValue(r.origin);
+            else if (it->second == Attr::Size)
+                *out = AXValue(r.size);
+            else
+                *out = AXValue(r);
+            return kAXErrorSuccess;
+        }
+        case Attr::Parent: {
+            if (isApp) return kAXErrorNoValue;
+            CallClock clock;
+            Err err;
+            AtspiAccessible* parent = atspi_accessible_get_parent(acc, &err);
+            if (!parent) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            auto p = AtspiElement::adopt(parent);
+            if (p->busName() == kRegistryBus) return kAXErrorNoValue;
+            *out = AXValue(AXUIElementRef(p));
+            return kAXErrorSuccess;
+        }
+        case Attr::Children:
+        case Attr::Windows: {
+            if (it->second == Attr::Windows && !isApp) return kAXErrorAttributeUnsupported;
+            AXArray items;
+            if (AXError e = children(acc, &items, it->second == Attr::Windows)) return e;
+            *out = AXValue(std::move(items));
+            return kAXErrorSuccess;
+        }
+        case Attr::FocusedUIElement: {
+            if (!isApp) return kAXErrorAttributeUnsupported;
+            AppInfo* app = appInfo();
+            if (!app) return kAXErrorInvalidUIElement;
+            AXError err = kAXErrorSuccess;
+            auto focus = desktop_->focusedObject(*app, &err);
+            if (!focus) return err;
+            *out = AXValue(AXUIElementRef(focus));
+            return kAXErrorSuccess;
+        }
+        case Attr::FocusedWindow:
+        case Attr::MainWindow: {
+            if (!isApp) return kAXErrorAttributeUnsupported;
+            AppInfo* app = appInfo();
+            if (!app) return kAXErrorInvalidUIElement;
+            AXError err = kAXErrorSuccess;
+            if (auto w = desktop_->activeWindow(*app, &err)) {
+                *out = AXValue(AXUIElementRef(w));
+                return kAXErrorSuccess;
+            }
+            if (it->second == Attr::FocusedWindow || err != kAXErrorNoValue) return err;
+            // No active window: the first one on screen is the main one.
+            AXArray windows;
+            if (AXError e = children(acc, &windows, true)) return e;
+            for (const auto& w : windows) {
+                auto* we = asAtspi(*w.get<AXUIElementRef>());
+                AtspiStateSet* set = statesOf(we->accessible());
+                const bool showing = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING);
+                if (set) g_object_unref(set);
+                if (showing) {
+                    *out = w;
+                    return kAXErrorSuccess;
+                }
+            }
+            return kAXErrorNoValue;
+        }
+        case Attr::TopLevelUIElement:
+        case Attr::Window:
+            return topLevel(el, out);
+        case Attr::FullScreen: {
+            if (isApp) return kAXErrorAttributeUnsupported;
+            int role = 0;
+            if (AXError e = roleOf(acc, &role, nullptr)) return e;
+            if (!isWindowRole(role)) return kAXErrorAttributeUnsupported;
+            Rect r;
+            if (AXError e = extents(acc, &r)) return e;
+            // AT-SPI does not say; a window that covers a whole monitor exactly is full screen.
+            const Point o = desktop_->screenOrigin();
+            const Rect screen(r.origin.x + o.x, r.origin.y + o.y, r.size.width, r.size.height);
+            bool full = false;
+            if (desktop_->monitorRects)
+                for (const Rect& m : desktop_->monitorRects()) full = full || m == screen;
+            *out = AXValue(full);
+            return kAXErrorSuccess;
+        }
+        case Attr::Enabled:
+            if (isApp) {
+                *out = AXValue(true);
+                return kAXErrorSuccess;
+            }
+            return stateAttr(ATSPI_STATE_ENABLED);
+        case Attr::Focused:
+            return stateAttr(ATSPI_STATE_FOCUSED);
+        case Attr::Selected:
+            return stateAttr(ATSPI_STATE_SELECTED);
+        case Attr::Minimized:
+            return stateAttr(ATSPI_STATE_ICONIFIED);
+        case Attr::Frontmost: {
+            if (!isApp) return kAXErrorAttributeUnsupported;
+            AppInfo* app = appInfo();
+            if (!app) return kAXErrorInvalidUIElement;
+            *out = AXValue(desktop_->frontmostPid() == app->pid);
+            return kAXErrorSuccess;
+        }
+        case Attr::SelectedChildren: {
+            CallClock clock;
+            GRef<AtspiSelection> sel(atspi_accessible_get_selection_iface(acc));
+            if (!sel)
+                return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
+                                                      : kAXErrorAttributeUnsupported;
+            Err err;
+            const int n = atspi_selection_get_n_selected_children(sel.p, &err);
+            if (n < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            AXArray items;
+            for (int i = 0; i < n; ++i)
+                if (AtspiAccessible* c = atspi_selection_get_selected_child(sel.p, i, nullptr))
+                    items.push_back(AXValue(AXUIElementRef(AtspiElement::adopt(c))));
+            *out = AXValue(std::move(items));
+            return kAXErrorSuccess;
+        }
+        case Attr::NumberOfCharacters:
+        case Attr::SelectedTextRange:
+        case Attr::SelectedText: {
+            CallClock clock;
+            GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
+            if (!text)
+                return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
+                                                      : kAXErrorAttributeUnsupported;
+            Err err;
+            if (it->second == Attr::NumberOfCharacters) {
+                const int n = atspi_text_get_character_count(text.p, &err);
+                if (n < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+                *out = AXValue(n);
+                return kAXErrorSuccess;
+            }
+            Range range{-1, 0};
+            const int nsel = atspi_text_get_n_selections(text.p, &err);
+            if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            if (nsel > 0) {
+                AtspiRange* r = atspi_text_get_selection(text.p, 0, &err);
+                if (!r || err.e) {
+                    g_free(r);
+                    return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+                }
+                range = Range{std::min(r->start_offset, r->end_offset),
+                              std::abs(r->end_offset - r->start_offset)};
+                g_free(r);
+            } else {
+                const int caret = atspi_text_get_caret_offset(text.p, &err);
+                if (caret < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+                range = Range{caret, 0};
+            }
+            if (it->second == Attr::SelectedTextRange) {
+                *out = AXValue(range);
+                return kAXErrorSuccess;
+            }
+            GStr s{atspi_text_get_text(text.p, static_cast<int>(range.location),
+                                       static_cast<int>(range.location + range.length), &err)};
+            if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            *out = AXValue(s.str());
+            return kAXErrorSuccess;
+        }
+        case Attr::FocusedApplication:
+            return kAXErrorAttributeUnsupported;
+    }
+    return kAXErrorAttributeUnsupported;
+}
+
+AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef& element,
+                                                            const std::string& attribute,
+                                                            const AXValue& parameter, AXValue* out) {
+    *out = AXValue();
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
+    if (el->kind() != AtspiElement::Kind::Object) return kAXErrorParameterizedAttributeUnsupported;
+    const bool bounds = attribute == "AXBoundsForRange";
+    if (!bounds && attribute != "AXStringForRange") return kAXErrorParameterizedAttributeUnsupported;
+    const Range* range = parameter.get<Range>();
+    if (!range || range->location < 0 || range->length < 0) return kAXErrorIllegalArgument;
+    AtspiAccessible* acc = el->accessible();
+    if (appGone(acc)) return kAXErrorInvalidUIElement;
+    CallClock clock;
+    GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
+    if (!text)
+        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
+                                              : kAXErrorParameterizedAttributeUnsupported;
+    const int start = static_cast<int>(range->location);
+    const int end = static_cast<int>(range->location + range->length);
+    Err err;
+    if (bounds) {
+        AtspiRect* r = atspi_text_get_range_extents(text.p, start, end, ATSPI_COORD_TYPE_SCREEN, &err);
+        if (!r || err.e) {
+            g_free(r);
+            return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        }
+        const Point o = desktop_->screenOrigin();
+        *out = AXValue(Rect(r->x - o.x, r->y - o.y, r->width, r->height));
+        g_free(r);
+        return kAXErrorSuccess;
+    }
+    GStr s{atspi_text_get_text(text.p, start, end, &err)};
+    if (err.e || !s.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+    *out = AXValue(s.str());
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
+                                               std::vector<std::string>* out) {
+    out->clear();
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    switch (el->kind()) {
+        case AtspiElement::Kind::SystemWide:
+            *out = {"AXRole", "AXFocusedUIElement", "AXFocusedApplication"};
+            return kAXErrorSuccess;
+        case AtspiElement::Kind::Missing:
+            return kAXErrorInvalidUIElement;
+        case AtspiElement::Kind::Application:
+            *out = {"AXRole",    "AXRoleDescription", "AXTitle",       "AXChildren",
+                    "AXWindows", "AXFocusedUIElement", "AXFocusedWindow", "AXMainWindow",
+                    "AXFrontmost", "AXEnabled"};
+            return kAXErrorSuccess;
+        case AtspiElement::Kind::Object:
+            break;
+    }
+    AtspiAccessible* acc = el->accessible();
+    if (appGone(acc)) return kAXErrorInvalidUIElement;
+    int role = 0;
+    if (AXError e = roleOf(acc, &role, nullptr)) return e;
+    *out = {"AXRole",     "AXSubrole",  "AXRoleDescription", "AXTitle",   "AXDescription",
+            "AXHelp",     "AXIdentifier", "AXPosition",      "AXSize",    "AXFrame",
+            "AXParent",   "AXChildren", "AXTopLevelUIElement", "AXWindow", "AXEnabled",
+            "AXFocused",  "AXSelected"};
+    if (isWindowRole(role)) out->insert(out->end(), {"AXFullScreen", "AXMinimized"});
+    if (isToggleRole(role) || isRangeRole(role) || isTextRole(role) || isStaticTextRole(role) ||
+        role == ATSPI_ROLE_COMBO_BOX)
+        out->push_back("AXValue");
+    if (isTextRole(role))
+        out->insert(out->end(), {"AXNumberOfCharacters", "AXSelectedTextRange", "AXSelectedText"});
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::isAttributeSettable(const AXUIElementRef& element,
+                                                const std::string& attribute, bool* settable) {
+    *settable = false;
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
+    if (el->kind() != AtspiElement::Kind::Object) return kAXErrorSuccess;
+    AtspiAccessible* acc = el->accessible();
+    if (appGone(acc)) return kAXErrorInvalidUIElement;
+    CallClock clock;
+    AtspiStateSet* set = statesOf(acc);
+    if (!set) return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
+    if (attribute == "AXFocused") {
+        *settable = atspi_state_set_contains(set, ATSPI_STATE_FOCUSABLE);
+    } else if (attribute == "AXValue") {
+        int role = 0;
+        if (roleOf(acc, &role, nullptr) == kAXErrorSuccess) {
+            *settable = (isTextRole(role) && atspi_state_set_contains(set, ATSPI_STATE_EDITABLE)) ||
+                        isRangeRole(role);
+        }
+    }
+    g_object_unref(set);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::setAttributeValue(const AXUIElementRef& element,
+                                              const std::string& attribute, const AXValue& value) {
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
+    if (el->kind() != AtspiElement::Kind::Object) return kAXErrorAttributeUnsupported;
+    AtspiAccessible* acc = el->accessible();
+    if (appGone(acc)) return kAXErrorInvalidUIElement;
+    CallClock clock;
+    Err err;
+    if (attribute == "AXFocused") {
+        const bool* on = value.get<bool>();
+        if (!on) return kAXErrorIllegalArgument;
+        if (!*on) return kAXErrorSuccess;
+        GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(acc));
+        if (!comp) return kAXErrorAttributeUnsupported;
+        if (!atspi_component_grab_focus(comp.p, &err))
+            return desktop_->errorFor(err.e, clock, kAXErrorFailure);
+        return kAXErrorSuccess;
+    }
+    if (attribute == "AXValue") {
+        if (const std::string* s = value.get<std::string>()) {
+            GRef<AtspiEditableText> edit(atspi_accessible_get_editable_text_iface(acc));
+            if (!edit) return kAXErrorAttributeUnsupported;
+            if (!atspi_editable_text_set_text_contents(edit.p, s->c_str(), &err))
+                return desktop_->errorFor(err.e, clock, kAXErrorFailure);
+            return kAXErrorSuccess;
+        }
+        double number = 0;
+        if (const double* d = value.get<double>())
+            number = *d;
+        else if (const int64_t* i = value.get<int64_t>())
+            number = static_cast<double>(*i);
+        else
+            return kAXErrorIllegalArgument;
+        GRef<AtspiValue> val(atspi_accessible_get_value_iface(acc));
+        if (!val) return kAXErrorAttributeUnsupported;
+        if (!atspi_value_set_current_value(val.p, number, &err))
+            return desktop_->errorFor(err.e, clock, kAXErrorFailure);
+        return kAXErrorSuccess;
+    }
+    return kAXErrorAttributeUnsupported;
+}
+
+// --- Hit testing ------------------------------------------------------------------------------
+
+AXError AtspiAccessibility::deepestAt(AtspiAccessible* start, int x, int y, AXUIElementRef* out) {
+    AtspiAccessible* cur = static_cast<AtspiAccessible*>(g_object_ref(start));
+    CallClock clock;
+    for (int depth = 0; depth < kMaxDepth; ++depth) {
+        GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(cur));
+        if (!comp) break;
+        Err err;
+        AtspiAccessible* child =
+            atspi_component_get_accessible_at_point(comp.p, x, y, ATSPI_COORD_TYPE_SCREEN, &err);
+        if (!child) {
+            if (err.e || desktop_->looksTimedOut(clock)) {
+                AXError e = desktop_->errorFor(err.e, clock, kAXErrorSuccess);
+                if (e == kAXErrorCannotComplete || e == kAXErrorInvalidUIElement) {
+                    g_object_unref(cur);
+                    return e;
+                }
+            }
+            break;
+        }
+        if (child == cur) {
+            g_object_unref(child);
+            break;
+        }
+        g_object_unref(cur);
+        cur = child;
+    }
+    *out = AtspiElement::adopt(cur);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::copyElementAtPosition(const AXUIElementRef& element, float x, float y,
+                                                  AXUIElementRef* out) {
+    *out = nullptr;
+    const AtspiElement* el = asAtspi(element);
+    if (!el) return kAXErrorIllegalArgument;
+    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
+    if (el->kind() == AtspiElement::Kind::Object) return kAXErrorIllegalArgument;
+    const Point o = desktop_->screenOrigin();
+    const int sx = static_cast<int>(std::floor(x + o.x));
+    const int sy = static_cast<int>(std::floor(y + o.y));
+
+    std::vector<AppInfo*> apps;
+    if (el->kind() == AtspiElement::Kind::Application) {
+        AppInfo* app = desktop_->appOf(*el);
+        if (!app) return kAXErrorInvalidUIElement;
+        apps.push_back(app);
+    } else {
+        // Stacking order is not known to AT-SPI: the front application's windows go first.
+        AppInfo* front = desktop_->frontmostApp();
+        if (front) apps.push_back(front);
+        for (AppInfo* a : desktop_->applications())
+            if (a != front) apps.push_back(a);
+    }
+    for (AppInfo* app : apps) {
+        AXError err = kAXErrorSuccess;
+        AtspiElementRef active = desktop_->activeWindow(*app, &err);
+        AXArray windows;
+        if (children(app->root->accessible(), &windows, true) != kAXErrorSuccess) continue;
+        // The active window first: it is on top of its application's others.
+        std::vector<AtspiElementRef> order;
+        if (active) order.push_back(active);
+        for (const auto& w : windows) {
+            auto we = std::static_pointer_cast<const AtspiElement>(*w.get<AXUIElementRef>());
+            if (!active || !we->equals(*active)) order.push_back(we);
+        }
+        for (const auto& w : order) {
+            AtspiStateSet* set = statesOf(w->accessible());
+            const bool showing = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING);
+            if (set) g_object_unref(set);
+            if (!showing) continue;
+            Rect r;
+            if (extents(w->accessible(), &r) != kAXErrorSuccess) continue;
+            if (!r.contains(Point{x, y})) continue;
+            return deepestAt(w->accessible(), sx, sy, out);
+        }
+    }
+    return kAXErrorNoValue;
+}
+
+}  // namespace orv::linuxdesk

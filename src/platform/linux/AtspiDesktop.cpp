@@ -1,0 +1,763 @@
+#include "platform/linux/AtspiDesktop.h"
+
+#include <atspi/atspi.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <deque>
+
+#include "Common/OrvLogger.h"
+#include "platform/linux/LinuxRoles.h"
+
+namespace orv::linuxdesk {
+
+namespace {
+
+constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
+// What a call may block when nobody has set a timeout: the same bound the agent asks for.
+constexpr double kDefaultTimeout = 0.25;
+// Nodes looked at when the Collection interface is missing and the tree is walked by hand.
+constexpr int kFocusSearchLimit = 2000;
+
+double monotonicSeconds() { return static_cast<double>(g_get_monotonic_time()) / 1e6; }
+
+// Notifications and the AT-SPI events they come from. The first group is always registered: it
+// keeps focus, windows and the application list.
+const char* const kCoreEvents[] = {
+    "object:state-changed:focused", "object:active-descendant-changed", "window:activate",
+    "window:deactivate", "object:children-changed", "object:state-changed:defunct",
+};
+
+const std::unordered_map<std::string, std::vector<const char*>>& notificationEvents() {
+    static const std::unordered_map<std::string, std::vector<const char*>> table = {
+        {"AXFocusedUIElementChanged", {}},
+        {"AXFocusedWindowChanged", {}},
+        {"AXMainWindowChanged", {}},
+        {"AXUIElementDestroyed", {}},
+        {"AXCreated", {}},
+        {"AXWindowCreated", {"window:create"}},
+        {"AXValueChanged",
+         {"object:text-changed", "object:property-change:accessible-value"}},
+        {"AXSelectedTextChanged", {"object:text-caret-moved", "object:text-selection-changed"}},
+        {"AXMoved", {"object:bounds-changed"}},
+        {"AXResized", {"object:bounds-changed"}},
+        {"AXWindowMoved", {"object:bounds-changed"}},
+        {"AXWindowResized", {"object:bounds-changed"}},
+        {"AXTitleChanged", {"object:property-change:accessible-name"}},
+        {"AXSelectedChildrenChanged", {"object:selection-changed"}},
+        {"AXSelectedRowsChanged", {"object:selection-changed"}},
+    };
+    return table;
+}
+
+enum class EventKind {
+    Focused,
+    Unfocused,
+    ActiveDescendant,
+    WindowActivate,
+    WindowDeactivate,
+    WindowCreate,
+    ChildAdded,
+    ChildRemoved,
+    Defunct,
+    Bounds,
+    ValueChanged,
+    SelectedText,
+    NameChanged,
+    SelectionChanged,
+    Ignored,
+};
+
+EventKind kindOf(const char* type, int detail1) {
+    auto is = [type](const char* prefix) { return std::strncmp(type, prefix, std::strlen(prefix)) == 0; };
+    if (is("object:state-changed:focused")) return detail1 ? EventKind::Focused : EventKind::Unfocused;
+    if (is("object:state-changed:defunct")) return detail1 ? EventKind::Defunct : EventKind::Ignored;
+    if (is("object:active-descendant-changed")) return EventKind::ActiveDescendant;
+    if (is("window:activate")) return EventKind::WindowActivate;
+    if (is("window:deactivate")) return EventKind::WindowDeactivate;
+    if (is("window:create")) return EventKind::WindowCreate;
+    if (is("object:children-changed:add")) return EventKind::ChildAdded;
+    if (is("object:children-changed:remove")) return EventKind::ChildRemoved;
+    if (is("object:bounds-changed")) return EventKind::Bounds;
+    if (is("object:text-changed") || is("object:property-change:accessible-value"))
+        return EventKind::ValueChanged;
+    if (is("object:text-caret-moved") || is("object:text-selection-changed"))
+        return EventKind::SelectedText;
+    if (is("object:property-change:accessible-name")) return EventKind::NameChanged;
+    if (is("object:selection-changed")) return EventKind::SelectionChanged;
+    return EventKind::Ignored;
+}
+
+void onAtspiEvent(AtspiEvent* event, void* user) {
+    static_cast<AtspiDesktop*>(user)->onEvent(event);
+}
+
+std::string deriveBundleIdentifier(const std::string& name, pid_t pid) {
+    std::string id = name;
+    while (!id.empty() && std::isspace(static_cast<unsigned char>(id.back()))) id.pop_back();
+    size_t start = 0;
+    while (start < id.size() && std::isspace(static_cast<unsigned char>(id[start]))) ++start;
+    id = id.substr(start);
+    if (!id.empty() || pid <= 0) return id;
+    char buf[PATH_MAX];
+    std::string link = "/proc/" + std::to_string(pid) + "/exe";
+    ssize_t n = readlink(link.c_str(), buf, sizeof buf - 1);
+    if (n <= 0) return {};
+    buf[n] = 0;
+    std::string path(buf);
+    // A replaced executable reads "/usr/bin/app (deleted)".
+    if (auto pos = path.rfind(" (deleted)"); pos != std::string::npos) path.erase(pos);
+    auto slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool contains(const char* haystack, const char* needle) {
+    return haystack && std::strstr(haystack, needle) != nullptr;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+
+CallClock::CallClock() : start_(monotonicSeconds()) {}
+double CallClock::elapsed() const { return monotonicSeconds() - start_; }
+
+struct AtspiDesktop::Pending {
+    EventKind kind;
+    AtspiElementRef source;
+    AtspiElementRef other;
+};
+
+struct AtspiDesktop::Delivery {
+    std::weak_ptr<AtspiObserver> observer;
+    const AtspiObserver* key = nullptr;
+    AtspiElementRef element;
+    std::string notification;
+    void* refcon = nullptr;
+    std::function<void()> action;  // workspace signals, in order with the notifications
+};
+
+AtspiDesktop::AtspiDesktop(std::shared_ptr<MainLoop> loop) : loop_(std::move(loop)) {
+    alive_ = std::make_shared<bool>(true);
+    setMessagingTimeout(0);
+}
+
+AtspiDesktop::~AtspiDesktop() {
+    if (listener_) {
+        for (const auto& type : registeredTypes_)
+            atspi_event_listener_deregister(listener_, type.c_str(), nullptr);
+        g_object_unref(listener_);
+    }
+    if (desktop_) g_object_unref(desktop_);
+}
+
+bool AtspiDesktop::start(std::string* whyNot) {
+    desktop_ = atspi_get_desktop(0);
+    if (!desktop_) {
+        if (whyNot) *whyNot = "the accessibility registry does not answer";
+        return false;
+    }
+    listener_ = atspi_event_listener_new(onAtspiEvent, this, nullptr);
+    for (const char* type : kCoreEvents) registerEventType(type);
+    if (registeredTypes_.empty()) {
+        if (whyNot) *whyNot = "the accessibility registry refused event listeners";
+        return false;
+    }
+    refreshApplications();
+    return true;
+}
+
+void AtspiDesktop::registerEventType(const char* type) {
+    if (!listener_ || registeredTypes_.count(type)) return;
+    GError* err = nullptr;
+    if (atspi_event_listener_register(listener_, type, &err)) {
+        registeredTypes_.insert(type);
+    } else {
+        OrvLogger::addErrorMessageWithFormat("AT-SPI: cannot listen to %@: %@", type,
+                                             err ? err->message : "unknown error");
+    }
+    if (err) g_error_free(err);
+}
+
+// --- Timeouts ---------------------------------------------------------------------------------
+
+void AtspiDesktop::setMessagingTimeout(double seconds) {
+    timeout_ = seconds > 0 ? seconds : kDefaultTimeout;
+    // libatspi waits up to about twice what it is given (a read-write round, then the check),
+    // and would give a freshly started application 15 seconds: neither is wanted here.
+    const int ms = std::max(1, static_cast<int>(std::lround(timeout_ * 1000.0 / 2.0)));
+    atspi_set_timeout(ms, 0);
+}
+
+bool AtspiDesktop::looksTimedOut(const CallClock& clock) const {
+    return clock.elapsed() >= timeout_ / 2.0 * 0.9;
+}
+
+AXError AtspiDesktop::errorFor(GError* error, const CallClock& clock, AXError fallback) const {
+    if (error) {
+        const char* m = error->message;
+        if (error->domain == g_quark_from_static_string("atspi_error") && error->code == 0)
+            return kAXErrorInvalidUIElement;
+        if (contains(m, "hung") || contains(m, "timeout") || contains(m, "Timeout") ||
+            contains(m, "NoReply") || contains(m, "did not receive a reply"))
+            return kAXErrorCannotComplete;
+        if (contains(m, "was not provided by any") || contains(m, "no longer exists") ||
+            contains(m, "UnknownObject") || contains(m, "Unknown object") ||
+            contains(m, "does not exist") || contains(m, "Disconnected") ||
+            contains(m, "not connected"))
+            return kAXErrorInvalidUIElement;
+        if (contains(m, "UnknownInterface") || contains(m, "No such interface") ||
+            contains(m, "Unknown interface") || contains(m, "UnknownMethod") ||
+            contains(m, "Unknown method"))
+            return kAXErrorAttributeUnsupported;
+        return looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorFailure;
+    }
+    return looksTimedOut(clock) ? kAXErrorCannotComplete : fallback;
+}
+
+// --- Applications -----------------------------------------------------------------------------
+
+AppInfo* AtspiDesktop::addApplication(AtspiAccessible* root) {
+    std::string bus = busNameOf(root);
+    if (bus.empty() || bus == kRegistryBus) return nullptr;
+    auto it = apps_.find(bus);
+    if (it != apps_.end()) return &it->second;
+    AppInfo info;
+    info.bus = bus;
+    info.root = AtspiElement::make(root);
+    GError* err = nullptr;
+    info.pid = static_cast<pid_t>(atspi_accessible_get_process_id(root, &err));
+    if (err) g_error_free(err), err = nullptr;
+    gchar* name = atspi_accessible_get_name(root, &err);
+    if (err) g_error_free(err);
+    info.name = name ? name : "";
+    g_free(name);
+    info.bundleIdentifier = deriveBundleIdentifier(info.name, info.pid);
+    if (info.pid > 0) busByPid_[info.pid] = bus;
+    return &apps_.emplace(bus, std::move(info)).first->second;
+}
+
+void AtspiDesktop::refreshApplications() {
+    if (!desktop_) return;
+    GError* err = nullptr;
+    const int n = atspi_accessible_get_child_count(desktop_, &err);
+    if (err) {
+        g_error_free(err);
+        return;
+    }
+    std::set<std::string> present;
+    for (int i = 0; i < n; ++i) {
+        AtspiAccessible* child = atspi_accessible_get_child_at_index(desktop_, i, nullptr);
+        if (!child) continue;
+        if (AppInfo* app = addApplication(child)) present.insert(app->bus);
+        g_object_unref(child);
+    }
+    for (auto it = apps_.begin(); it != apps_.end();) {
+        if (present.count(it->first)) {
+            ++it;
+            continue;
+        }
+        if (busByPid_.count(it->second.pid) && busByPid_[it->second.pid] == it->first)
+            busByPid_.erase(it->second.pid);
+        if (frontBus_ == it->first) frontBus_.clear(), frontKnown_ = false;
+        it = apps_.erase(it);
+    }
+    appsListed_ = true;
+}
+
+AppInfo* AtspiDesktop::appForBus(const std::string& bus) {
+    if (bus.empty()) return nullptr;
+    auto it = apps_.find(bus);
+    if (it != apps_.end()) return &it->second;
+    refreshApplications();
+    it = apps_.find(bus);
+    return it == apps_.end() ? nullptr : &it->second;
+}
+
+AppInfo* AtspiDesktop::appForPid(pid_t pid) {
+    if (pid <= 0) return nullptr;
+    auto it = busByPid_.find(pid);
+    if (it == busByPid_.end()) {
+        refreshApplications();
+        it = busByPid_.find(pid);
+        if (it == busByPid_.end()) return nullptr;
+    }
+    auto app = apps_.find(it->second);
+    return app == apps_.end() ? nullptr : &app->second;
+}
+
+std::vector<AppInfo*> AtspiDesktop::applications() {
+    if (!appsListed_) refreshApplications();
+    std::vector<AppInfo*> out;
+    for (auto& [bus, app] : apps_) out.push_back(&app);
+    return out;
+}
+
+RunningApplication AtspiDesktop::runningApplication(const AppInfo& app) const {
+    return RunningApplication{app.pid, app.bundleIdentifier, app.name};
+}
+
+AppInfo* AtspiDesktop::frontmostApp() {
+    if (!frontKnown_) {
+        // Nothing activated since we started: the application with an active window is in front.
+        for (AppInfo* app : applications()) {
+            AXError err = kAXErrorSuccess;
+            if (activeWindow(*app, &err)) {
+                frontBus_ = app->bus;
+                frontKnown_ = true;
+                break;
+            }
+        }
+        if (!frontKnown_) return nullptr;
+    }
+    auto it = apps_.find(frontBus_);
+    return it == apps_.end() ? nullptr : &it->second;
+}
+
+pid_t AtspiDesktop::frontmostPid() {
+    AppInfo* app = frontmostApp();
+    return app ? app->pid : 0;
+}
+
+void AtspiDesktop::setFrontmost(AppInfo* app) {
+    if (!app) return;
+    if (frontKnown_ && frontBus_ == app->bus) return;
+    frontBus_ = app->bus;
+    frontKnown_ = true;
+}
+
+// --- Focus and windows ------------------------------------------------------------------------
+
+bool AtspiDesktop::hasState(AtspiAccessible* acc, int state) {
+    if (!acc) return false;
+    AtspiStateSet* set = atspi_accessible_get_state_set(acc);
+    if (!set) return false;
+    const bool has = atspi_state_set_contains(set, static_cast<AtspiStateType>(state));
+    g_object_unref(set);
+    return has;
+}
+
+AtspiElementRef AtspiDesktop::activeWindow(AppInfo& app, AXError* err) {
+    *err = kAXErrorSuccess;
+    if (app.activeWindow && hasState(app.activeWindow->accessible(), ATSPI_STATE_ACTIVE))
+        return app.activeWindow;
+    app.activeWindow.reset();
+    AtspiAccessible* root = app.root ? app.root->accessible() : nullptr;
+    if (!root) {
+        *err = kAXErrorInvalidUIElement;
+        return nullptr;
+    }
+    CallClock clock;
+    GError* gerr = nullptr;
+    const int n = atspi_accessible_get_child_count(root, &gerr);
+    if (n < 0 || gerr) {
+        *err = errorFor(gerr, clock, kAXErrorNoValue);
+        if (gerr) g_error_free(gerr);
+        return nullptr;
+    }
+    for (int i = 0; i < n; ++i) {
+        AtspiAccessible* w = atspi_accessible_get_child_at_index(root, i, nullptr);
+        if (!w) continue;
+        if (hasState(w, ATSPI_STATE_ACTIVE)) {
+            app.activeWindow = AtspiElement::adopt(w);
+            return app.activeWindow;
+        }
+        g_object_unref(w);
+    }
+    *err = looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorNoValue;
+    return nullptr;
+}
+
+AtspiElementRef AtspiDesktop::searchFocus(AppInfo& app) {
+    ++stats_.focusSearches;
+    AXError err;
+    AtspiElementRef window = activeWindow(app, &err);
+    if (!window) return nullptr;
+    AtspiAccessible* win = window->accessible();
+    if (AtspiCollection* coll = atspi_accessible_get_collection_iface(win)) {
+        AtspiStateSet* states = atspi_state_set_new(nullptr);
+        atspi_state_set_add(states, ATSPI_STATE_FOCUSED);
+        AtspiMatchRule* rule = atspi_match_rule_new(
+            states, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
+            ATSPI_Collection_MATCH_NONE, nullptr, ATSPI_Collection_MATCH_NONE, FALSE);
+        GError* gerr = nullptr;
+        GArray* found = atspi_collection_get_matches(coll, rule, ATSPI_Collection_SORT_ORDER_CANONICAL,
+                                                     1, TRUE, &gerr);
+        g_object_unref(rule);
+        g_object_unref(states);
+        g_object_unref(coll);
+        AtspiElementRef result;
+        const bool answered = found && !gerr;
+        if (found) {
+            if (found->len > 0) result = AtspiElement::make(g_array_index(found, AtspiAccessible*, 0));
+            for (guint i = 0; i < found->len; ++i) g_object_unref(g_array_index(found, AtspiAccessible*, i));
+            g_array_free(found, TRUE);
+        }
+        if (gerr) g_error_free(gerr);
+        if (answered) return result;
+    }
+    // No Collection interface: walk the showing part of the window breadth-first.
+    std::deque<AtspiAccessible*> queue{static_cast<AtspiAccessible*>(g_object_ref(win))};
+    AtspiElementRef result;
+    int seen = 0;
+    while (!queue.empty() && seen < kFocusSearchLimit) {
+        AtspiAccessible* node = queue.front();
+        queue.pop_front();
+        ++seen;
+        AtspiStateSet* set = atspi_accessible_get_state_set(node);
+        const bool focused = set && atspi_state_set_contains(set, ATSPI_STATE_FOCUSED);
+        const bool walk = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING) &&
+                          !atspi_state_set_contains(set, ATSPI_STATE_MANAGES_DESCENDANTS);
+        if (set) g_object_unref(set);
+        if (focused && node != win) {
+            result = AtspiElement::adopt(node);
+            break;
+        }
+        if (walk || node == win) {
+            const int n = atspi_accessible_get_child_count(node, nullptr);
+            for (int i = 0; i < n; ++i)
+                if (AtspiAccessible* c = atspi_accessible_get_child_at_index(node, i, nullptr))
+                    queue.push_back(c);
+        }
+        g_object_unref(node);
+    }
+    for (AtspiAccessible* node : queue) g_object_unref(node);
+    return result;
+}
+
+AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
+    *err = kAXErrorSuccess;
+    if (app.focus && app.focusLive) {
+        AtspiAccessible* check =
+            app.focusContainer ? app.focusContainer->accessible() : app.focus->accessible();
+        if (hasState(check, ATSPI_STATE_FOCUSED) && !hasState(check, ATSPI_STATE_DEFUNCT))
+            return app.focus;
+        app.focusLive = false;
+        app.searched = false;
+    }
+    if (!app.searched) {
+        app.searched = true;
+        if (auto found = searchFocus(app)) {
+            app.focus = found;
+            app.focusContainer.reset();
+            app.focusLive = true;
+            return found;
+        }
+    }
+    *err = kAXErrorNoValue;
+    return nullptr;
+}
+
+AtspiElementRef AtspiDesktop::systemFocusedObject(AXError* err) {
+    AppInfo* app = frontmostApp();
+    if (!app) {
+        *err = kAXErrorNoValue;
+        return nullptr;
+    }
+    return focusedObject(*app, err);
+}
+
+// --- Observers --------------------------------------------------------------------------------
+
+void AtspiDesktop::addObserver(const std::shared_ptr<AtspiObserver>& observer) {
+    observers_.emplace(observer->pid(), observer);
+}
+
+void AtspiDesktop::removeObserver(AtspiObserver* observer) {
+    auto [lo, hi] = observers_.equal_range(observer->pid());
+    for (auto it = lo; it != hi;) {
+        auto locked = it->second.lock();
+        if (!locked || locked.get() == observer)
+            it = observers_.erase(it);
+        else
+            ++it;
+    }
+}
+
+void AtspiDesktop::needNotification(const std::string& notification) {
+    auto it = notificationEvents().find(notification);
+    if (it == notificationEvents().end()) return;
+    for (const char* type : it->second) registerEventType(type);
+}
+
+// --- Events -----------------------------------------------------------------------------------
+
+void AtspiDesktop::onEvent(const AtspiEvent* event) {
+    if (!event || !event->type || !event->source) return;
+    ++stats_.events;
+    // This may run inside another libatspi call (it dispatches queued events after each reply),
+    // so nothing here calls back into libatspi: the event is queued and handled at top level.
+    const EventKind kind = kindOf(event->type, event->detail1);
+    if (kind == EventKind::Ignored) return;
+    AtspiAccessible* other = nullptr;
+    if (G_VALUE_HOLDS(&event->any_data, ATSPI_TYPE_ACCESSIBLE))
+        other = static_cast<AtspiAccessible*>(g_value_get_object(&event->any_data));
+    if ((kind == EventKind::ChildAdded || kind == EventKind::ChildRemoved) && !other) return;
+    if ((kind == EventKind::ChildAdded || kind == EventKind::ChildRemoved) &&
+        busNameOf(event->source) != kRegistryBus) {
+        // Children of application objects matter only to someone watching for them.
+        bool wanted = false;
+        for (auto& [pid, weak] : observers_)
+            if (auto o = weak.lock())
+                if (o->wants(kind == EventKind::ChildAdded ? "AXCreated" : "AXUIElementDestroyed"))
+                    wanted = true;
+        if (!wanted) return;
+    }
+    pending_.push_back(Pending{kind, AtspiElement::make(event->source), AtspiElement::make(other)});
+    if (!flushScheduled_) {
+        flushScheduled_ = true;
+        std::weak_ptr<AtspiDesktop> weak = weak_from_this();
+        loop_->post([weak] {
+            if (auto self = weak.lock()) self->flush();
+        });
+    }
+}
+
+void AtspiDesktop::notify(const std::string& bus, const std::string& notification,
+                          const AtspiElementRef& element, std::vector<Delivery>& out) {
+    auto app = apps_.find(bus);
+    if (app == apps_.end() || app->second.pid <= 0) return;
+    auto [lo, hi] = observers_.equal_range(app->second.pid);
+    for (auto it = lo; it != hi; ++it) {
+        auto observer = it->second.lock();
+        if (!observer || !observer->wants(notification)) continue;
+        for (const auto& reg : observer->registrations(notification)) {
+            const bool onApp =
+                reg.element->kind() == AtspiElement::Kind::Application && reg.element->busName() == bus;
+            if (!onApp && !(element && reg.element->equals(*element))) continue;
+            // GTK reports many changes twice: one delivery per observer, notification, element
+            // and registration in a batch.
+            bool duplicate = false;
+            for (const auto& d : out)
+                if (d.key == observer.get() && d.refcon == reg.refcon &&
+                    d.notification == notification && axEqual(d.element, element))
+                    duplicate = true;
+            if (duplicate) continue;
+            out.push_back(Delivery{observer, observer.get(), element, notification, reg.refcon, {}});
+        }
+    }
+}
+
+void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
+    const std::string& bus = ev.source->busName();
+    switch (ev.kind) {
+        case EventKind::Focused: {
+            AppInfo* app = appForBus(bus);
+            if (!app) return;
+            // GTK sends each focus-in twice.
+            if (app->focusLive && app->focus && app->focus->equals(*ev.source) && !app->focusContainer)
+                return;
+            app->focus = ev.source;
+            app->focusContainer.reset();
+            app->focusLive = true;
+            app->searched = true;
+            if (!(frontKnown_ && frontBus_ == bus)) {
+                setFrontmost(app);
+                const pid_t pid = app->pid;
+                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
+                                       [this, pid] { frontApplicationSwitched.emit(pid); }});
+            }
+            notify(bus, "AXFocusedUIElementChanged", ev.source, out);
+            return;
+        }
+        case EventKind::Unfocused: {
+            auto it = apps_.find(bus);
+            if (it == apps_.end()) return;
+            AppInfo& app = it->second;
+            const AtspiElementRef& held = app.focusContainer ? app.focusContainer : app.focus;
+            if (held && held->equals(*ev.source)) {
+                app.focusLive = false;
+                app.searched = false;
+            }
+            return;
+        }
+        case EventKind::ActiveDescendant: {
+            if (!ev.other) return;
+            AppInfo* app = appForBus(bus);
+            if (!app) return;
+            const bool containerHasFocus =
+                (app->focusLive && app->focus && app->focus->equals(*ev.source)) ||
+                (app->focusContainer && app->focusContainer->equals(*ev.source) && app->focusLive) ||
+                hasState(ev.source->accessible(), ATSPI_STATE_FOCUSED);
+            if (!containerHasFocus) return;
+            if (app->focusLive && app->focus && app->focus->equals(*ev.other)) return;
+            app->focus = ev.other;
+            app->focusContainer = ev.source;
+            app->focusLive = true;
+            app->searched = true;
+            notify(bus, "AXFocusedUIElementChanged", ev.other, out);
+            return;
+        }
+        case EventKind::WindowActivate: {
+            AppInfo* app = appForBus(bus);
+            if (!app) return;
+            app->activeWindow = ev.source;
+            if (!app->focusLive) app->searched = false;
+            if (!(frontKnown_ && frontBus_ == bus)) {
+                setFrontmost(app);
+                const pid_t pid = app->pid;
+                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
+                                       [this, pid] { frontApplicationSwitched.emit(pid); }});
+            }
+            notify(bus, "AXFocusedWindowChanged", ev.source, out);
+            notify(bus, "AXMainWindowChanged", ev.source, out);
+            return;
+        }
+        case EventKind::WindowDeactivate: {
+            auto it = apps_.find(bus);
+            if (it != apps_.end() && it->second.activeWindow &&
+                it->second.activeWindow->equals(*ev.source))
+                it->second.activeWindow.reset();
+            return;
+        }
+        case EventKind::WindowCreate:
+            notify(bus, "AXWindowCreated", ev.source, out);
+            return;
+        case EventKind::ChildAdded: {
+            if (bus != kRegistryBus) {
+                notify(ev.other->busName(), "AXCreated", ev.other, out);
+                return;
+            }
+            const bool known = apps_.count(ev.other->busName()) != 0;
+            AppInfo* app = addApplication(ev.other->accessible());
+            if (!app || known) return;
+            RunningApplication ra = runningApplication(*app);
+            out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
+                                   [this, ra] { didLaunchApplication.emit(ra); }});
+            return;
+        }
+        case EventKind::ChildRemoved: {
+            if (bus != kRegistryBus) {
+                notify(ev.other->busName(), "AXUIElementDestroyed", ev.other, out);
+                return;
+            }
+            auto it = apps_.find(ev.other->busName());
+            if (it == apps_.end()) return;
+            notify(it->first, "AXUIElementDestroyed", it->second.root, out);
+            RunningApplication ra = runningApplication(it->second);
+            out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
+                                   [this, ra] { didTerminateApplication.emit(ra); }});
+            if (busByPid_.count(it->second.pid) && busByPid_[it->second.pid] == it->first)
+                busByPid_.erase(it->second.pid);
+            if (frontBus_ == it->first) frontBus_.clear(), frontKnown_ = false;
+            apps_.erase(it);
+            return;
+        }
+        case EventKind::Defunct: {
+            auto it = apps_.find(bus);
+            if (it != apps_.end() && it->second.focus && it->second.focus->equals(*ev.source))
+                it->second.focusLive = false, it->second.searched = false;
+            notify(bus, "AXUIElementDestroyed", ev.source, out);
+            return;
+        }
+        case EventKind::Bounds: {
+            GError* err = nullptr;
+            const bool window = isWindowRole(atspi_accessible_get_role(ev.source->accessible(), &err));
+            if (err) g_error_free(err);
+            notify(bus, window ? "AXWindowMoved" : "AXMoved", ev.source, out);
+            notify(bus, window ? "AXWindowResized" : "AXResized", ev.source, out);
+            return;
+        }
+        case EventKind::ValueChanged:
+            notify(bus, "AXValueChanged", ev.source, out);
+            return;
+        case EventKind::SelectedText:
+            notify(bus, "AXSelectedTextChanged", ev.source, out);
+            return;
+        case EventKind::NameChanged:
+            notify(bus, "AXTitleChanged", ev.source, out);
+            return;
+        case EventKind::SelectionChanged:
+            notify(bus, "AXSelectedChildrenChanged", ev.source, out);
+            notify(bus, "AXSelectedRowsChanged", ev.source, out);
+            return;
+        case EventKind::Ignored:
+            return;
+    }
+}
+
+void AtspiDesktop::flush() {
+    flushScheduled_ = false;
+    std::vector<Pending> batch;
+    batch.swap(pending_);
+    // State first, for the whole batch, so that observers reading back see where things ended.
+    std::vector<Delivery> out;
+    for (auto& ev : batch) process(ev, out);
+    std::weak_ptr<bool> alive = alive_;
+    for (auto& d : out) {
+        if (alive.expired()) return;
+        try {
+            if (d.action) {
+                d.action();
+                continue;
+            }
+            auto observer = d.observer.lock();
+            if (!observer || !observer->attached()) continue;
+            ++stats_.deliveries;
+            observer->deliver(d.element, d.notification, d.refcon);
+        } catch (const std::exception& e) {
+            OrvLogger::addErrorMessageWithFormat("Unhandled exception in AT-SPI delivery: %@",
+                                                 e.what());
+        } catch (...) {
+            OrvLogger::addErrorMessage("Unhandled error in AT-SPI delivery");
+        }
+    }
+}
+
+// --- Observer ---------------------------------------------------------------------------------
+
+AtspiObserver::AtspiObserver(std::weak_ptr<AtspiDesktop> desktop, pid_t pid,
+                             AXObserverCallback callback)
+    : desktop_(std::move(desktop)), pid_(pid), callback_(std::move(callback)) {}
+
+AtspiObserver::~AtspiObserver() {
+    if (auto d = desktop_.lock()) d->removeObserver(this);
+}
+
+AXError AtspiObserver::addNotification(const AXUIElementRef& element,
+                                       const std::string& notification, void* refcon) {
+    const AtspiElement* el = asAtspi(element);
+    if (!el || el->kind() == AtspiElement::Kind::SystemWide) return kAXErrorIllegalArgument;
+    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
+    if (!notificationEvents().count(notification)) return kAXErrorNotificationUnsupported;
+    auto& list = regs_[notification];
+    for (const auto& r : list)
+        if (r.element->equals(*el)) return kAXErrorNotificationAlreadyRegistered;
+    list.push_back(Registration{std::static_pointer_cast<const AtspiElement>(element), refcon});
+    if (auto d = desktop_.lock()) d->needNotification(notification);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiObserver::removeNotification(const AXUIElementRef& element,
+                                          const std::string& notification) {
+    auto it = regs_.find(notification);
+    if (it == regs_.end() || !element) return kAXErrorNotificationNotRegistered;
+    auto& list = it->second;
+    for (auto r = list.begin(); r != list.end(); ++r) {
+        if (r->element->equals(*element)) {
+            list.erase(r);
+            if (list.empty()) regs_.erase(it);
+            return kAXErrorSuccess;
+        }
+    }
+    return kAXErrorNotificationNotRegistered;
+}
+
+const std::vector<AtspiObserver::Registration>& AtspiObserver::registrations(
+    const std::string& notification) const {
+    static const std::vector<Registration> none;
+    auto it = regs_.find(notification);
+    return it == regs_.end() ? none : it->second;
+}
+
+void AtspiObserver::deliver(const AXUIElementRef& element, const std::string& notification,
+                            void* refcon) {
+    // Keep ourselves alive through the callback: it may drop the last reference.
+    auto self = shared_from_this();
+    if (callback_) callback_(*this, element, notification, refcon);
+}
+
+}  // namespace orv::linuxdesk

@@ -1,0 +1,196 @@
+#pragma once
+
+// What AT-SPI does not keep for a client and the seam needs: applications by pid, each
+// application's focused object and active window, the front application, and notifications per
+// observer. One instance per platform, on the main thread.
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "Common/Geometry.h"
+#include "Common/Signal.h"
+#include "platform/Accessibility.h"
+#include "platform/Desktop.h"
+#include "platform/MainLoop.h"
+#include "platform/linux/AtspiElement.h"
+
+typedef struct _AtspiEventListener AtspiEventListener;
+typedef struct _AtspiEvent AtspiEvent;
+typedef struct _GError GError;
+
+namespace orv::linuxdesk {
+
+class AtspiObserver;
+
+// What one libatspi call came back with, for mapping onto the AX error numbers.
+class CallClock {
+public:
+    CallClock();
+    double elapsed() const;
+
+private:
+    double start_;
+};
+
+struct AppInfo {
+    std::string bus;
+    AtspiElementRef root;
+    pid_t pid = 0;
+    std::string bundleIdentifier;
+    std::string name;
+    // Focus as the events told it; `live` is false after the object lost focus.
+    AtspiElementRef focus;
+    AtspiElementRef focusContainer;  // set when focus came from active-descendant-changed
+    bool focusLive = false;
+    // Whether the active window has been searched for the focused object since the last change.
+    bool searched = false;
+    AtspiElementRef activeWindow;
+};
+
+class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
+public:
+    explicit AtspiDesktop(std::shared_ptr<MainLoop> loop);
+    ~AtspiDesktop();
+    AtspiDesktop(const AtspiDesktop&) = delete;
+    AtspiDesktop& operator=(const AtspiDesktop&) = delete;
+
+    // Registers the listeners that keep focus, windows and applications. False when the
+    // registry refused them.
+    bool start(std::string* whyNot);
+
+    MainLoop& loop() { return *loop_; }
+
+    // --- Timeouts ---
+    // Seconds that one call may block at most; 0 restores the backend default.
+    void setMessagingTimeout(double seconds);
+    double messagingTimeout() const { return timeout_; }
+    // A call that failed without saying why and took about the whole timeout timed out.
+    bool looksTimedOut(const CallClock& clock) const;
+    // AX error number for a failed call; `fallback` when the failure says nothing.
+    AXError errorFor(GError* error, const CallClock& clock, AXError fallback) const;
+
+    // --- Applications ---
+    AppInfo* appForBus(const std::string& bus);
+    AppInfo* appForPid(pid_t pid);
+    AppInfo* appOf(const AtspiElement& el) { return appForBus(el.busName()); }
+    std::vector<AppInfo*> applications();
+    RunningApplication runningApplication(const AppInfo& app) const;
+    pid_t frontmostPid();
+    AppInfo* frontmostApp();
+
+    // --- Focus and windows ---
+    // The application's focused object, checked against its FOCUSED state; searches the active
+    // window once when the events have not told it.
+    AtspiElementRef focusedObject(AppInfo& app, AXError* err);
+    AtspiElementRef activeWindow(AppInfo& app, AXError* err);
+    // The system-wide focused object: that of the front application.
+    AtspiElementRef systemFocusedObject(AXError* err);
+
+    // --- Geometry ---
+    // X screen coordinates of the main display's top-left corner; set by the displays.
+    void setScreenOrigin(Point origin) { origin_ = origin; }
+    Point screenOrigin() const { return origin_; }
+    // Monitor rectangles in X screen coordinates, for telling full-screen windows.
+    std::function<std::vector<Rect>()> monitorRects;
+
+    // --- Observers ---
+    void addObserver(const std::shared_ptr<AtspiObserver>& observer);
+    void removeObserver(AtspiObserver* observer);
+    // Makes sure the AT-SPI events behind a notification reach us.
+    void needNotification(const std::string& notification);
+
+    // --- Workspace signals (main loop) ---
+    Signal<const RunningApplication&> didLaunchApplication;
+    Signal<const RunningApplication&> didTerminateApplication;
+    Signal<pid_t> frontApplicationSwitched;
+
+    // Event counters, for tests and the overhead benchmark.
+    struct Stats {
+        uint64_t events = 0;
+        uint64_t deliveries = 0;
+        uint64_t focusSearches = 0;
+    };
+    const Stats& stats() const { return stats_; }
+
+    // Called by libatspi (through a static trampoline).
+    void onEvent(const AtspiEvent* event);
+
+private:
+    struct Pending;
+    struct Delivery;
+
+    void registerEventType(const char* type);
+    void refreshApplications();
+    AppInfo* addApplication(AtspiAccessible* root);
+    void flush();
+    void process(Pending& ev, std::vector<Delivery>& out);
+    void notify(const std::string& bus, const std::string& notification,
+                const AtspiElementRef& element, std::vector<Delivery>& out);
+    void setFrontmost(AppInfo* app);
+    AtspiElementRef searchFocus(AppInfo& app);
+    bool hasState(AtspiAccessible* acc, int state);
+
+    std::shared_ptr<MainLoop> loop_;
+    AtspiEventListener* listener_ = nullptr;
+    AtspiAccessible* desktop_ = nullptr;
+    std::set<std::string> registeredTypes_;
+    double timeout_ = 0;
+    Point origin_;
+
+    std::map<std::string, AppInfo> apps_;
+    std::unordered_map<pid_t, std::string> busByPid_;
+    bool appsListed_ = false;
+    std::string frontBus_;
+    bool frontKnown_ = false;
+
+    std::unordered_multimap<pid_t, std::weak_ptr<AtspiObserver>> observers_;
+
+    std::vector<Pending> pending_;
+    bool flushScheduled_ = false;
+    std::shared_ptr<bool> alive_;
+    Stats stats_;
+};
+
+// One observer per process: registrations of (element, notification), delivered on the main loop
+// while attached.
+class AtspiObserver : public AXObserver, public std::enable_shared_from_this<AtspiObserver> {
+public:
+    AtspiObserver(std::weak_ptr<AtspiDesktop> desktop, pid_t pid, AXObserverCallback callback);
+    ~AtspiObserver() override;
+
+    AXError addNotification(const AXUIElementRef& element, const std::string& notification,
+                            void* refcon) override;
+    AXError removeNotification(const AXUIElementRef& element,
+                               const std::string& notification) override;
+    void attachToMainLoop() override { attached_ = true; }
+    void detachFromMainLoop() override { attached_ = false; }
+
+    pid_t pid() const { return pid_; }
+    bool attached() const { return attached_; }
+
+    struct Registration {
+        AtspiElementRef element;
+        void* refcon;
+    };
+    // Registrations for a notification (empty when none).
+    const std::vector<Registration>& registrations(const std::string& notification) const;
+    bool wants(const std::string& notification) const { return regs_.count(notification) != 0; }
+    void deliver(const AXUIElementRef& element, const std::string& notification, void* refcon);
+
+private:
+    std::weak_ptr<AtspiDesktop> desktop_;
+    pid_t pid_;
+    AXObserverCallback callback_;
+    bool attached_ = false;
+    std::unordered_map<std::string, std::vector<Registration>> regs_;
+};
+
+}  // namespace orv::linuxdesk

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/Desktop.h"
+#include "platform/MainLoop.h"
+
+typedef struct _XDisplay Display;
+
+namespace orv::linuxdesk {
+
+// Displays from the XRandR monitors of the X screen (the main display is the primary monitor),
+// the pointer from Xlib. The layout is cached and re-read when XRandR reports a change.
+class X11Displays final : public Displays {
+public:
+    struct Monitor {
+        DisplayID id = 0;
+        Rect x11;  // X screen coordinates, top-left origin
+        bool primary = false;
+    };
+
+    // Takes ownership of `display`; opens a second connection for the pointer, which any thread
+    // may read.
+    static std::shared_ptr<X11Displays> create(Display* display, MainLoop& loop);
+    ~X11Displays() override;
+
+    DisplayID mainDisplayID() override;
+    Rect displayBounds(DisplayID display) override;
+    int32_t getDisplaysWithPoint(Point point, DisplayID* display, uint32_t* count) override;
+    std::vector<Rect> screenFrames() override;
+    Point mouseLocation() override;
+
+    // X screen coordinates of the main display's top-left corner.
+    Point mainOrigin();
+    std::vector<Rect> monitorRects();
+    // Called whenever the layout was read anew.
+    std::function<void()> onLayoutChanged;
+
+private:
+    X11Displays(Display* display, Display* pointer, MainLoop& loop);
+    void readLayout();
+    void drainEvents();
+    Monitor mainMonitor() const;  // lock held
+
+    Display* dpy_;
+    Display* pointerDpy_;
+    MainLoop& loop_;
+    FdWatchId watch_ = 0;
+    int rrEventBase_ = -1;
+    mutable std::mutex mutex_;
+    std::vector<Monitor> monitors_;  // main first
+};
+
+}  // namespace orv::linuxdesk

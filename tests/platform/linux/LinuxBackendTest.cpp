@@ -1,0 +1,268 @@
+// The AT-SPI backend against a real GTK3 window. Run inside
+// tests/platform/linux/desktop-session.sh; elsewhere every test here skips.
+
+#include <gtest/gtest.h>
+
+#include <atspi/atspi.h>
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <deque>
+#include <set>
+
+#include "platform/linux/AtspiDesktop.h"
+#include "platform/linux/LinuxDesktopSession.h"
+#include "platform/linux/LinuxPlatform.h"
+
+extern char** environ;
+
+namespace orv::linuxtest {
+namespace {
+
+using contract::elementAttr;
+using contract::stringAttr;
+using contract::waitForTitle;
+
+// --- The shared contract ---------------------------------------------------------------------
+
+TEST_F(LinuxDesktopTest, ContractRoles) { contract::checkRoles(*this); }
+TEST_F(LinuxDesktopTest, ContractFocusAndParents) { contract::checkFocusAndParents(*this); }
+TEST_F(LinuxDesktopTest, ContractBounds) { contract::checkBounds(*this); }
+TEST_F(LinuxDesktopTest, ContractFocusNotifications) { contract::checkFocusNotifications(*this); }
+TEST_F(LinuxDesktopTest, ContractGoneApplication) { contract::checkGoneApplication(*this); }
+
+// --- Linux specifics ---------------------------------------------------------------------------
+
+TEST_F(LinuxDesktopTest, TextRolesAndSubroles) {
+    struct Case {
+        const char* title;
+        const char* role;
+        const char* subrole;
+    };
+    for (const Case& c : {Case{"Name field", "AXTextField", nullptr},
+                          Case{"Password field", "AXTextField", "AXSecureTextField"},
+                          Case{"Notes", "AXTextArea", nullptr}}) {
+        AXUIElementRef e = waitForTitle(*this, c.title);
+        ASSERT_TRUE(e) << c.title;
+        EXPECT_EQ(stringAttr(ax(), e, "AXRole"), c.role) << c.title;
+        AXValue sub;
+        if (c.subrole) {
+            ASSERT_EQ(ax().copyAttributeValue(e, "AXSubrole", &sub), kAXErrorSuccess);
+            EXPECT_EQ(sub, AXValue(c.subrole));
+        } else {
+            EXPECT_EQ(ax().copyAttributeValue(e, "AXSubrole", &sub), kAXErrorNoValue) << c.title;
+        }
+    }
+    AXUIElementRef notes = waitForTitle(*this, "Notes");
+    EXPECT_EQ(stringAttr(ax(), notes, "AXValue"), "one\ntwo");
+    AXValue count;
+    ASSERT_EQ(ax().copyAttributeValue(notes, "AXNumberOfCharacters", &count), kAXErrorSuccess);
+    EXPECT_EQ(count, AXValue(7));
+}
+
+TEST_F(LinuxDesktopTest, TabMovesFocusToTheWidgetWithTheFocusedState) {
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef first = waitForTitle(*this, "First");
+    focus("First");
+    ASSERT_TRUE(waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    ASSERT_EQ(runTool({"xdotool", "key", "Tab"}), 0);
+    AXUIElementRef focused;
+    ASSERT_TRUE(waitUntil([&] {
+        focused = elementAttr(ax(), app, "AXFocusedUIElement");
+        return focused && !axEqual(focused, first);
+    }, 5));
+    EXPECT_EQ(stringAttr(ax(), focused, "AXTitle"), "Second");
+    // The answer must be the one object AT-SPI itself marks focused.
+    auto* el = linuxdesk::asAtspi(focused);
+    ASSERT_TRUE(el && el->accessible());
+    AtspiStateSet* states = atspi_accessible_get_state_set(el->accessible());
+    ASSERT_TRUE(states);
+    EXPECT_TRUE(atspi_state_set_contains(states, ATSPI_STATE_FOCUSED));
+    g_object_unref(states);
+    AXValue wasFocused;
+    ASSERT_EQ(ax().copyAttributeValue(first, "AXFocused", &wasFocused), kAXErrorSuccess);
+    EXPECT_EQ(wasFocused, AXValue(false));
+}
+
+TEST_F(LinuxDesktopTest, WindowBoundsMatchTheXServerAndMoveWithTheWindow) {
+    AXUIElementRef button = waitForTitle(*this, "First");
+    AXUIElementRef window = elementAttr(ax(), button, "AXTopLevelUIElement");
+    ASSERT_TRUE(window);
+    AXValue before;
+    ASSERT_EQ(ax().copyAttributeValue(window, "AXPosition", &before), kAXErrorSuccess);
+    AXValue buttonBefore;
+    ASSERT_EQ(ax().copyAttributeValue(button, "AXPosition", &buttonBefore), kAXErrorSuccess);
+
+    std::vector<AXUIElementRef> moved;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(appPid(),
+                                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
+                                      moved.push_back(e);
+                                  },
+                                  &observer),
+              kAXErrorSuccess);
+    AXUIElementRef app = ax().createApplication(appPid());
+    ASSERT_EQ(observer->addNotification(app, "AXWindowMoved", nullptr), kAXErrorSuccess);
+    observer->attachToMainLoop();
+
+    app_->send("move 300 200");
+    Point now;
+    ASSERT_TRUE(waitUntil([&] {
+        AXValue p;
+        if (ax().copyAttributeValue(window, "AXPosition", &p) != kAXErrorSuccess) return false;
+        now = *p.get<Point>();
+        return now != *before.get<Point>();
+    }, 5));
+    EXPECT_TRUE(waitUntil([&] { return !moved.empty(); }, 5));
+    if (!moved.empty()) {
+        EXPECT_TRUE(axEqual(moved.back(), window));
+    }
+    // Children move with the window by the same offset.
+    AXValue buttonAfter;
+    ASSERT_EQ(ax().copyAttributeValue(button, "AXPosition", &buttonAfter), kAXErrorSuccess);
+    const Point d1{now.x - before.get<Point>()->x, now.y - before.get<Point>()->y};
+    const Point d2{buttonAfter.get<Point>()->x - buttonBefore.get<Point>()->x,
+                   buttonAfter.get<Point>()->y - buttonBefore.get<Point>()->y};
+    EXPECT_EQ(d1, d2);
+}
+
+TEST_F(LinuxDesktopTest, HungApplicationFailsWithinTheTimeout) {
+    AXUIElementRef button = waitForTitle(*this, "First");
+    ASSERT_TRUE(button);
+    app_->kill(SIGSTOP);
+    for (const char* attr : {"AXPosition", "AXChildren", "AXValue", "AXSize"}) {
+        const double start = platform_->loop->now();
+        AXValue v;
+        const AXError err = ax().copyAttributeValue(button, attr, &v);
+        const double took = platform_->loop->now() - start;
+        EXPECT_TRUE(err == kAXErrorCannotComplete || err == kAXErrorAttributeUnsupported ||
+                    (err == kAXErrorSuccess && took < 0.01))
+            << attr << " answered " << err;
+        EXPECT_LT(took, 0.3) << attr;
+    }
+    AXValue pos;
+    EXPECT_EQ(ax().copyAttributeValue(button, "AXPosition", &pos), kAXErrorCannotComplete);
+    app_->kill(SIGCONT);
+    EXPECT_TRUE(waitUntil([&] {
+        return ax().copyAttributeValue(button, "AXPosition", &pos) == kAXErrorSuccess;
+    }, 10));
+}
+
+TEST_F(LinuxDesktopTest, WorkspaceKnowsTheApplicationAndItsLaunch) {
+    auto running = platform_->workspace->runningApplicationWithProcessIdentifier(appPid());
+    ASSERT_TRUE(running);
+    EXPECT_EQ(running->bundleIdentifier, "orv-gtk-testapp");
+    auto front = platform_->workspace->frontmostApplication();
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->pid, appPid());
+    AXValue frontmost;
+    ASSERT_EQ(ax().copyAttributeValue(ax().createApplication(appPid()), "AXFrontmost", &frontmost),
+              kAXErrorSuccess);
+    EXPECT_EQ(frontmost, AXValue(true));
+
+    std::vector<pid_t> launched, switched;
+    auto c1 = platform_->workspace->didLaunchApplication.connect(
+        [&](const RunningApplication& a) { launched.push_back(a.pid); });
+    auto c2 = platform_->workspace->frontApplicationSwitched.connect(
+        [&](pid_t pid) { switched.push_back(pid); });
+    TestApp second(*platform_);
+    std::string why;
+    ASSERT_TRUE(second.start(&why)) << why;
+    EXPECT_TRUE(waitUntil([&] {
+        return std::count(launched.begin(), launched.end(), second.pid()) == 1 &&
+               !switched.empty() && switched.back() == second.pid();
+    }, 5));
+    platform_->workspace->didLaunchApplication.disconnect(c1);
+    platform_->workspace->frontApplicationSwitched.disconnect(c2);
+    EXPECT_EQ(platform_->workspace->frontmostApplication()->pid, second.pid());
+    EXPECT_EQ(platform_->workspace->runningApplicationsWithBundleIdentifier("orv-gtk-testapp").size(),
+              2u);
+}
+
+TEST_F(LinuxDesktopTest, DisplaysAndPointerUseBottomLeftScreenCoordinates) {
+    Displays& d = *platform_->displays;
+    const Rect main = d.displayBounds(d.mainDisplayID());
+    EXPECT_EQ(main.origin, (Point{0, 0}));
+    ASSERT_GT(main.size.height, 0);
+    auto frames = d.screenFrames();
+    ASSERT_FALSE(frames.empty());
+    EXPECT_EQ(frames.front(), Rect(0, 0, main.size.width, main.size.height));
+    ASSERT_EQ(runTool({"xdotool", "mousemove", "100", "150"}), 0);
+    EXPECT_EQ(d.mouseLocation(), (Point{100, main.size.height - 150}));
+    Displays::DisplayID id = 0;
+    uint32_t count = 0;
+    EXPECT_EQ(d.getDisplaysWithPoint(Point{10, 10}, &id, &count), 0);
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(id, d.mainDisplayID());
+}
+
+TEST_F(LinuxDesktopTest, GtkWidgetFactoryMapsItsRoles) {
+    // A GTK application that is not ours: its widgets come out in the agent's vocabulary.
+    pid_t pid = 0;
+    {
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+        char arg0[] = "gtk3-widget-factory";
+        char* argv[] = {arg0, nullptr};
+        if (posix_spawnp(&pid, arg0, &actions, nullptr, argv, environ) != 0) pid = 0;
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    if (pid <= 0) GTEST_SKIP() << "gtk3-widget-factory is not installed";
+    std::set<std::string> roles;
+    AXUIElementRef app;
+    waitUntil([&] {
+        app = ax().createApplication(pid);
+        return stringAttr(ax(), app, "AXRole") == "AXApplication" &&
+               elementAttr(ax(), app, "AXFocusedUIElement") != nullptr;
+    }, 15);
+    std::deque<AXUIElementRef> queue{app};
+    int budget = 3000;
+    while (!queue.empty() && budget-- > 0) {
+        AXUIElementRef e = queue.front();
+        queue.pop_front();
+        roles.insert(stringAttr(ax(), e, "AXRole"));
+        AXValue kids;
+        if (ax().copyAttributeValue(e, "AXChildren", &kids) == kAXErrorSuccess)
+            for (const auto& k : *kids.get<AXArray>()) queue.push_back(*k.get<AXUIElementRef>());
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    for (const char* r : {"AXApplication", "AXWindow", "AXButton", "AXCheckBox", "AXRadioButton",
+                          "AXTextField", "AXScrollBar", "AXGroup", "AXStaticText"})
+        EXPECT_TRUE(roles.count(r)) << r;
+    EXPECT_FALSE(roles.count("")) << "every element has a role";
+}
+
+// --- Without a session -------------------------------------------------------------------------
+
+TEST(LinuxPlatformWithoutSession, SaysWhyNotWhenThereIsNoDisplay) {
+    const char* saved = std::getenv("DISPLAY");
+    std::string keep = saved ? saved : "";
+    unsetenv("DISPLAY");
+    std::string why;
+    auto p = linuxdesk::makeLinuxPlatform(&why);
+    if (saved) setenv("DISPLAY", keep.c_str(), 1);
+    EXPECT_FALSE(p);
+    EXPECT_NE(why.find("DISPLAY"), std::string::npos) << why;
+}
+
+TEST(LinuxPlatformWithoutSession, NoBusAddressMeansNoAccessibilityBus) {
+    std::vector<std::pair<std::string, std::string>> saved;
+    for (const char* name : {"AT_SPI_BUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"}) {
+        if (const char* v = std::getenv(name)) saved.emplace_back(name, v);
+        unsetenv(name);
+    }
+    std::string why;
+    EXPECT_FALSE(linuxdesk::detail::accessibilityBusConfigured(&why));
+    EXPECT_NE(why.find("accessibility bus"), std::string::npos);
+    setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+    EXPECT_TRUE(linuxdesk::detail::accessibilityBusConfigured(nullptr));
+    unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    for (auto& [k, v] : saved) setenv(k.c_str(), v.c_str(), 1);
+}
+
+}  // namespace
+}  // namespace orv::linuxtest

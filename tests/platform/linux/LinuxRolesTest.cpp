@@ -1,0 +1,52 @@
+#include <gtest/gtest.h>
+
+#include <atspi/atspi.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/linux/LinuxRoles.h"
+
+namespace orv::linuxdesk {
+namespace {
+
+std::string role(int r, uint32_t hints = kHintNone) { return axRoleFor(r, hints).role; }
+std::string subrole(int r, uint32_t hints = kHintNone) {
+    const char* s = axRoleFor(r, hints).subrole;
+    return s ? s : "";
+}
+
+TEST(LinuxRoles, TextRolesDependOnLinesAndSecrecy) {
+    EXPECT_EQ(role(ATSPI_ROLE_TEXT), "AXTextField");
+    EXPECT_EQ(role(ATSPI_ROLE_TEXT, kHintMultiLine), "AXTextArea");
+    EXPECT_EQ(role(ATSPI_ROLE_ENTRY, kHintMultiLine | kHintEditable), "AXTextArea");
+    EXPECT_EQ(role(ATSPI_ROLE_PASSWORD_TEXT), "AXTextField");
+    EXPECT_EQ(subrole(ATSPI_ROLE_PASSWORD_TEXT), "AXSecureTextField");
+    EXPECT_EQ(subrole(ATSPI_ROLE_TEXT), "");
+}
+
+TEST(LinuxRoles, WindowsAndContainers) {
+    for (int r : {ATSPI_ROLE_FRAME, ATSPI_ROLE_DIALOG, ATSPI_ROLE_WINDOW}) {
+        EXPECT_EQ(role(r), "AXWindow");
+        EXPECT_TRUE(isWindowRole(r));
+    }
+    EXPECT_EQ(subrole(ATSPI_ROLE_DIALOG), "AXDialog");
+    EXPECT_EQ(role(ATSPI_ROLE_PANEL), "AXGroup");
+    EXPECT_EQ(role(ATSPI_ROLE_FILLER), "AXGroup");
+    EXPECT_EQ(role(ATSPI_ROLE_SCROLL_PANE), "AXScrollArea");
+    EXPECT_EQ(role(ATSPI_ROLE_DOCUMENT_WEB), "AXWebArea");
+    EXPECT_EQ(role(ATSPI_ROLE_APPLICATION), "AXApplication");
+    EXPECT_FALSE(isWindowRole(ATSPI_ROLE_PANEL));
+}
+
+TEST(LinuxRoles, EveryRoleHasAName) {
+    for (int r = 0; r < ATSPI_ROLE_LAST_DEFINED + 5; ++r) {
+        AXRoleNames n = axRoleFor(r, kHintNone);
+        ASSERT_NE(n.role, nullptr);
+        EXPECT_EQ(std::strncmp(n.role, "AX", 2), 0) << r;
+    }
+    EXPECT_EQ(role(-1), "AXUnknown");
+}
+
+}  // namespace
+}  // namespace orv::linuxdesk
