@@ -142,6 +142,10 @@ public:
     // The agent never stays in front.
     virtual void hide() = 0;
 
+    // True only on systems whose trust is granted by an enabling script and a helper application
+    // rather than a prompt (old macOS). Elsewhere start-up just checks that access is granted.
+    bool legacyTrustPath = false;
+
     // Answers whether termination may go on now; the agent's delegate installs it.
     std::function<bool()> shouldTerminate;
     // Fired when the agent's application becomes active.

@@ -4,6 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Common/OrvLogger.h"
+
 namespace orv {
 
 Timer::Timer(double interval, bool repeats, Action action, std::any userInfo)
@@ -30,7 +32,17 @@ void Timer::fire() {
         action_ = nullptr;
         cancel_ = nullptr;
     }
-    if (action) action(*this);
+    if (action) MainLoop::runGuarded([&] { action(*this); });
+}
+
+void MainLoop::runGuarded(const std::function<void()>& task) {
+    try {
+        task();
+    } catch (const std::exception& e) {
+        systemLog(std::string("Unhandled error on the main loop: ") + e.what());
+    } catch (...) {
+        systemLog("Unhandled error on the main loop: unknown exception");
+    }
 }
 
 MainLoop::MainLoop() : mainThread_(std::this_thread::get_id()) {}

@@ -71,6 +71,10 @@ public:
     bool postAndWait(Task task, double timeoutSeconds = -1);
 
     bool isMainThread() const { return std::this_thread::get_id() == mainThread_; }
+
+    // Runs a task so that nothing it throws unwinds into the loop: an accessibility read that
+    // raises inside a timer must cost that tick, not the process. What was thrown is logged.
+    static void runGuarded(const std::function<void()>& task);
     // The loop belongs to the thread that made it unless told otherwise.
     void adoptCurrentThread() { mainThread_ = std::this_thread::get_id(); }
 

@@ -111,7 +111,8 @@ size_t VirtualMainLoop::pollFds(int timeoutMs) {
         if (fds[i].revents & POLLOUT) ev |= kFdWritable;
         if (fds[i].revents & (POLLERR | POLLHUP | POLLNVAL)) ev |= kFdError;
         auto cb = it->second.cb;
-        cb(fds[i].fd, ev);
+        const int fd = fds[i].fd;
+        runGuarded([&] { cb(fd, ev); });
         ++ran;
     }
     return ran;
@@ -136,7 +137,7 @@ bool VirtualMainLoop::runOneDue() {
         timer->fire();
         return true;
     }
-    if (e.task) e.task();
+    if (e.task) runGuarded(e.task);
     return true;
 }
 

@@ -15,7 +15,7 @@ struct TaskBox {
 
 gboolean runTaskOnce(gpointer data) {
     auto* box = static_cast<TaskBox*>(data);
-    if (box->task) box->task();
+    if (box->task) MainLoop::runGuarded(box->task);
     return G_SOURCE_REMOVE;
 }
 
@@ -55,7 +55,7 @@ gboolean fdReady(gint fd, GIOCondition cond, gpointer data) {
     if (cond & G_IO_OUT) ev |= kFdWritable;
     if (cond & (G_IO_ERR | G_IO_HUP | G_IO_NVAL)) ev |= kFdError;
     auto cb = box->cb;
-    cb(fd, ev);
+    MainLoop::runGuarded([&] { cb(fd, ev); });
     return G_SOURCE_CONTINUE;
 }
 
