@@ -87,9 +87,12 @@ class LineReader {
                 if (spec->label.empty()) return fail("expected a label name after '#'");
             } else {
                 attributesStarted = true;
+                size_t start = i_;
                 std::string key = name();
-                if (key.empty() || eof() || peek() != '=')
+                if (key.empty() || eof() || peek() != '=') {
+                    i_ = start;
                     return fail("expected attribute as key=value, found '" + rest() + "'");
+                }
                 ++i_;
                 TreeValue v;
                 if (!readValue(&v)) return false;
