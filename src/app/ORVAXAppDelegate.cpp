@@ -12,7 +12,14 @@ namespace {
 const char* const kEnableScript =
     "tell application \"System Events\" to set UI elements enabled to true";
 const char* const kMakeTrustedApp = "OcuvaneAXMakeTrusted.app";
+
+std::optional<OSVersion>& cachedVersion() {
+    static std::optional<OSVersion> version;
+    return version;
+}
 }  // namespace
+
+void ORVAXAppDelegate::resetCachedVersionForTesting() { cachedVersion().reset(); }
 
 void ORVAXAppDelegate::attach() {
     auto& host = *platform().app;
@@ -48,7 +55,8 @@ void ORVAXAppDelegate::applicationDidFinishLaunching() {
     if (verbosityOverride) OrvLogger::setVerbosity(*verbosityOverride);
 
     // 2. Accessibility trust. The version is read once.
-    static const OSVersion version = p.app->operatingSystemVersion();
+    if (!cachedVersion()) cachedVersion() = p.app->operatingSystemVersion();
+    const OSVersion version = *cachedVersion();
     if (!p.app->legacyTrustPath || isTenNineOrLater(version.major, version.minor)) {
         // The platform prompts the user where it can; start-up goes on either way.
         p.ax->isProcessTrusted(true);

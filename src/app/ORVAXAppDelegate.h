@@ -32,6 +32,8 @@ public:
     static bool wantsLogOnlyHub(const std::vector<std::string>& arguments);
     // Major 10 with minor above 8, or major 11 or later.
     static bool isTenNineOrLater(int major, int minor);
+    // The operating-system version is read once per process.
+    static void resetCachedVersionForTesting();
 };
 
 }  // namespace orv

@@ -56,7 +56,11 @@ void AgentHarness::startAgent() {
     const uint32_t keep = OrvLogger::verbosity();
     delegate.verbosityOverride = keep;
     delegate.applicationDidFinishLaunching();
-    auto hub = ORVCommunicationHub::sharedInstance();
+    connectLink();
+}
+
+void AgentHarness::connectLink() {
+    auto hub = ORVCommunicationHub::clientInstance();
     desk->virtualLoop()->runUntil([&] { return hub && hub->connected(); }, 5.0);
     settle();
 }

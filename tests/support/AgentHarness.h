@@ -32,6 +32,8 @@ public:
 
     // Runs the start-up sequence and waits until the hub's socket is connected.
     void startAgent();
+    // Only the link: makes the client hub and waits until its socket is connected.
+    void connectLink();
     // Runs what is due now and gathers the datagrams that reached the magnifier meanwhile.
     void settle();
     // Moves virtual time, then settles.
