@@ -478,7 +478,7 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
             return kAXErrorSuccess;
         }
         case Attr::Parent: {
-            if (isApp) return kAXErrorNoValue;
+            if (isApp) return kAXErrorAttributeUnsupported;
             CallClock clock;
             Err err;
             AtspiAccessible* parent = atspi_accessible_get_parent(acc, &err);

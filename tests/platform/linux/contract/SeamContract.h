@@ -115,16 +115,15 @@ inline void checkFocusAndParents(ContractDesktop& d) {
 
     AXUIElementRef cur = focused;
     int depth = 0;
-    while (cur && depth++ < 50) {
-        AXError err;
-        AXUIElementRef parent = elementAttr(ax, cur, "AXParent", &err);
-        if (!parent) {
-            EXPECT_EQ(err, kAXErrorNoValue);
+    while (depth++ < 50)
+        if (AXUIElementRef parent = elementAttr(ax, cur, "AXParent"))
+            cur = parent;
+        else
             break;
-        }
-        cur = parent;
-    }
     EXPECT_TRUE(axEqual(cur, app)) << "the chain ends at the application";
+    AXError err = kAXErrorSuccess;
+    elementAttr(ax, app, "AXParent", &err);
+    EXPECT_EQ(err, kAXErrorAttributeUnsupported) << "an application has no parent attribute";
     pid_t pid = 0;
     EXPECT_EQ(ax.getPid(focused, &pid), kAXErrorSuccess);
     EXPECT_EQ(pid, d.appPid());
