@@ -591,14 +591,15 @@ AXError SimDesktop::recordTimeout(const AXUIElementRef& element, float seconds) 
 
 // --- Hit-testing
 
-SimNodePtr SimDesktop::hitTest(const SimNodePtr& node, Point p) const {
-    // Frameless elements are transparent containers; framed ones clip their subtree. Later
-    // siblings are drawn over earlier ones.
-    if (node->frame() && !node->frame()->contains(p)) return nullptr;
-    auto& kids = node->children();
-    for (auto it = kids.rbegin(); it != kids.rend(); ++it)
-        if (auto hit = hitTest(*it, p)) return hit;
-    return node->frame() ? node : nullptr;
+void SimDesktop::hitTest(const SimNodePtr& node, Point p, int depth, SimNodePtr* best,
+                         int* bestDepth) const {
+    // Ancestors do not clip: the deepest framed element holding the point wins, and among equally
+    // deep ones the later, drawn over the earlier.
+    if (node->frame() && node->frame()->contains(p) && depth >= *bestDepth) {
+        *best = node;
+        *bestDepth = depth;
+    }
+    for (auto& c : node->children()) hitTest(c, p, depth + 1, best, bestDepth);
 }
 
 AXError SimDesktop::elementAtPosition(const AXUIElementRef& element, Point point,
@@ -616,9 +617,13 @@ AXError SimDesktop::elementAtPosition(const AXUIElementRef& element, Point point
         order.push_back(app);
     }
     for (SimApp* app : order) {
-        // Windows are listed front to back.
+        // Windows are listed front to back; the first holding the point takes it.
         for (auto& window : app->root()->children()) {
-            if (auto hit = hitTest(window, point)) {
+            if (window->frame() && !window->frame()->contains(point)) continue;
+            SimNodePtr hit;
+            int depth = -1;
+            hitTest(window, point, 0, &hit, &depth);
+            if (hit) {
                 if (out) *out = ref(hit);
                 return kAXErrorSuccess;
             }

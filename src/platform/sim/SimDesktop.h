@@ -236,7 +236,8 @@ class SimDesktop : public std::enable_shared_from_this<SimDesktop> {
                                                 const AXValue& parameter, AXValue* out);
     AXError answerFault(const SimFault& fault, const std::string& operation,
                         const std::string& attribute);
-    SimNodePtr hitTest(const SimNodePtr& node, Point p) const;
+    void hitTest(const SimNodePtr& node, Point p, int depth, SimNodePtr* best,
+                 int* bestDepth) const;
     void shift(const SimNodePtr& node, double dx, double dy);
     void switchFront(pid_t pid, bool signal);
     void deliver(const std::weak_ptr<SimObserver>& observer,

@@ -102,6 +102,13 @@ TEST_F(SimAccessibilityTest, HitTestingFindsTheDeepestElementFrontApplicationFir
     EXPECT_EQ(desk->node(out), find("ok"));
     ASSERT_EQ(ax().copyElementAtPosition(ax().createSystemWide(), 400, 400, &out), kAXErrorSuccess);
     EXPECT_EQ(desk->node(out), find("group"));
+    // A parent's frame does not hide a child reaching outside it; the window's does.
+    find("group")->setFrame(Rect(0, 22, 400, 300));
+    ASSERT_EQ(ax().copyElementAtPosition(ax().createSystemWide(), 710, 590, &out), kAXErrorSuccess);
+    EXPECT_EQ(desk->node(out), find("ok"));
+    find("ok")->setFrame(Rect(790, 580, 80, 30));
+    ASSERT_EQ(ax().copyElementAtPosition(ax().createSystemWide(), 810, 590, &out), kAXErrorNoValue);
+    find("ok")->setFrame(Rect(700, 580, 80, 30));
 
     auto& other = desk->addApplication(200, "com.example.other", "Other");
     auto cover = other.root()->addChild("AXWindow", "Cover", Rect(600, 500, 300, 300));
