@@ -50,18 +50,18 @@ class LineReader {
   public:
     explicit LineReader(std::string_view s) : s_(s) {}
 
-    bool parse(TreeSpec* spec, std::string* error) {
+    bool parse(TreeEntry* entry, std::string* error) {
         err_ = error;
         std::string head = word();
         if (head.empty()) return fail("expected a role");
         if (head.find('=') != std::string::npos)
             return fail("expected a role before the attributes, found '" + head + "'");
         auto slash = head.find('/');
-        spec->role = head.substr(0, slash);
-        if (spec->role == "-") spec->role.clear();
+        entry->role = head.substr(0, slash);
+        if (entry->role == "-") entry->role.clear();
         if (slash != std::string::npos) {
-            spec->subrole = head.substr(slash + 1);
-            if (spec->subrole.empty()) return fail("empty subrole after '/'");
+            entry->subrole = head.substr(slash + 1);
+            if (entry->subrole.empty()) return fail("empty subrole after '/'");
         }
         bool attributesStarted = false;
         for (;;) {
@@ -69,22 +69,22 @@ class LineReader {
             if (eof()) return true;
             char c = peek();
             if (c == '"') {
-                if (spec->title || attributesStarted || spec->frame)
+                if (entry->title || attributesStarted || entry->frame)
                     return fail("the title must come right after the role");
                 std::string title;
                 if (!readString(&title)) return false;
-                spec->title = title;
+                entry->title = title;
             } else if (c == '[') {
-                if (spec->frame) return fail("more than one frame");
+                if (entry->frame) return fail("more than one frame");
                 if (attributesStarted) return fail("the frame must come before the attributes");
                 Rect r;
                 if (!readRectBody(&r)) return false;
-                spec->frame = r;
+                entry->frame = r;
             } else if (c == '#') {
                 ++i_;
-                if (!spec->label.empty()) return fail("more than one label");
-                spec->label = name();
-                if (spec->label.empty()) return fail("expected a label name after '#'");
+                if (!entry->label.empty()) return fail("more than one label");
+                entry->label = name();
+                if (entry->label.empty()) return fail("expected a label name after '#'");
             } else {
                 attributesStarted = true;
                 size_t start = i_;
@@ -96,7 +96,7 @@ class LineReader {
                 ++i_;
                 TreeValue v;
                 if (!readValue(&v)) return false;
-                spec->attributes.emplace_back(key, std::move(v));
+                entry->attributes.emplace_back(key, std::move(v));
             }
         }
     }
@@ -284,21 +284,21 @@ class LineReader {
 
 struct FlatLine {
     int depth;
-    TreeSpec spec;
+    TreeEntry entry;
 };
 
 // Builds the hierarchy from lines in order; depths were checked while reading.
-void nest(std::vector<FlatLine>& flat, size_t& pos, int depth, std::vector<TreeSpec>* out) {
+void nest(std::vector<FlatLine>& flat, size_t& pos, int depth, std::vector<TreeEntry>* out) {
     while (pos < flat.size() && flat[pos].depth == depth) {
-        TreeSpec spec = std::move(flat[pos].spec);
+        TreeEntry entry = std::move(flat[pos].entry);
         ++pos;
-        nest(flat, pos, depth + 1, &spec.children);
-        out->push_back(std::move(spec));
+        nest(flat, pos, depth + 1, &entry.children);
+        out->push_back(std::move(entry));
     }
 }
 
-void collectLabels(const std::vector<TreeSpec>& specs, std::vector<const TreeSpec*>* out) {
-    for (auto& s : specs) {
+void collectLabels(const std::vector<TreeEntry>& entries, std::vector<const TreeEntry*>* out) {
+    for (auto& s : entries) {
         if (!s.label.empty()) out->push_back(&s);
         collectLabels(s.children, out);
     }
@@ -329,7 +329,7 @@ AXValue resolveValue(const TreeValue& v,
 struct Builder {
     SimNodePtr scope;
     std::map<std::string, SimNodePtr> made;
-    std::vector<std::pair<SimNodePtr, const TreeSpec*>> pending;
+    std::vector<std::pair<SimNodePtr, const TreeEntry*>> pending;
 
     SimNodePtr find(const std::string& label) {
         auto it = made.find(label);
@@ -338,36 +338,37 @@ struct Builder {
     }
 
     // Head fields now; attributes after every node exists, so references may point forward.
-    void apply(const SimNodePtr& node, const TreeSpec& spec, bool isTarget) {
+    void apply(const SimNodePtr& node, const TreeEntry& entry, bool isTarget) {
         if (!isTarget) {
-            if (spec.role.empty()) node->unset("AXRole");
-            if (!spec.subrole.empty()) node->set("AXSubrole", spec.subrole);
+            if (entry.role.empty()) node->unset("AXRole");
+            if (!entry.subrole.empty()) node->set("AXSubrole", entry.subrole);
         }
-        if (spec.title) node->set("AXTitle", *spec.title);
-        if (spec.frame) node->setFrame(*spec.frame);
-        if (!spec.label.empty()) {
-            node->setLabel(spec.label);
-            made[spec.label] = node;
+        if (entry.title) node->set("AXTitle", *entry.title);
+        if (entry.frame) node->setFrame(*entry.frame);
+        if (!entry.label.empty()) {
+            node->setLabel(entry.label);
+            made[entry.label] = node;
         }
-        pending.emplace_back(node, &spec);
-        for (auto& child : spec.children) apply(node->addChild(child.role), child, false);
+        pending.emplace_back(node, &entry);
+        for (auto& child : entry.children) apply(node->addChild(child.role), child, false);
     }
 
     void finish() {
         auto lookup = [this](const std::string& l) { return find(l); };
-        for (auto& [node, spec] : pending)
-            for (auto& [key, value] : spec->attributes) node->set(key, resolveValue(value, lookup));
+        for (auto& [node, entry] : pending)
+            for (auto& [key, value] : entry->attributes)
+                node->set(key, resolveValue(value, lookup));
     }
 };
 
-SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeSpec>& specs,
-                    const SimNodePtr& scope, const TreeSpec* targetSpec) {
+SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeEntry>& entries,
+                    const SimNodePtr& scope, const TreeEntry* targetEntry) {
     SimTreeResult result;
     // Check everything first so that a bad text builds nothing.
-    std::vector<const TreeSpec*> labelled;
-    if (targetSpec && !targetSpec->label.empty()) labelled.push_back(targetSpec);
-    collectLabels(specs, &labelled);
-    std::map<std::string, const TreeSpec*> labels;
+    std::vector<const TreeEntry*> labelled;
+    if (targetEntry && !targetEntry->label.empty()) labelled.push_back(targetEntry);
+    collectLabels(entries, &labelled);
+    std::map<std::string, const TreeEntry*> labels;
     for (auto* s : labelled) {
         if (labels.count(s->label) || (scope && scope->find(s->label))) {
             result.line = s->line;
@@ -377,7 +378,7 @@ SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeSpec>& specs
         labels[s->label] = s;
     }
     auto known = [&](const std::string& l) { return labels.count(l) || (scope && scope->find(l)); };
-    std::function<bool(const TreeSpec&)> check = [&](const TreeSpec& s) {
+    std::function<bool(const TreeEntry&)> check = [&](const TreeEntry& s) {
         for (auto& [key, value] : s.attributes) {
             std::string missing;
             if (!checkReferences(value, known, &missing)) {
@@ -390,15 +391,15 @@ SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeSpec>& specs
             if (!check(c)) return false;
         return true;
     };
-    if (targetSpec && !check(*targetSpec)) return result;
-    for (auto& s : specs)
+    if (targetEntry && !check(*targetEntry)) return result;
+    for (auto& s : entries)
         if (!check(s)) return result;
 
     Builder b{scope, {}, {}};
-    if (targetSpec) {
-        b.apply(parent, *targetSpec, true);
+    if (targetEntry) {
+        b.apply(parent, *targetEntry, true);
     } else {
-        for (auto& s : specs) {
+        for (auto& s : entries) {
             auto node = parent->addChild(s.role);
             b.apply(node, s, false);
             result.nodes.push_back(node);
@@ -491,9 +492,9 @@ SimTreeResult parseTreeText(std::string_view text) {
             return fail(previousDepth < 0 ? "the first element must not be indented"
                                           : "indented by more than one level below the line above");
         FlatLine fl{depth, {}};
-        fl.spec.line = lineNo;
+        fl.entry.line = lineNo;
         std::string error;
-        if (!LineReader(body).parse(&fl.spec, &error)) return fail(error);
+        if (!LineReader(body).parse(&fl.entry, &error)) return fail(error);
         flat.push_back(std::move(fl));
         previousDepth = depth;
         if (end == text.size()) break;
@@ -503,9 +504,9 @@ SimTreeResult parseTreeText(std::string_view text) {
     return result;
 }
 
-SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeSpec>& specs,
+SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeEntry>& entries,
                         const SimNodePtr& scope) {
-    return build(parent, specs, scope, nullptr);
+    return build(parent, entries, scope, nullptr);
 }
 
 SimTreeResult loadTreeText(const SimNodePtr& parent, std::string_view text) {
@@ -516,7 +517,7 @@ SimTreeResult loadTreeText(const SimNodePtr& parent, std::string_view text) {
     while (scope->parent()) scope = scope->parent();
     if (parent->kind() == SimNode::Kind::Application && parsed.roots.size() == 1 &&
         parsed.roots[0].role == "AXApplication") {
-        const TreeSpec& top = parsed.roots[0];
+        const TreeEntry& top = parsed.roots[0];
         if (!top.subrole.empty()) parent->set("AXSubrole", top.subrole);
         return build(parent, top.children, scope, &top);
     }

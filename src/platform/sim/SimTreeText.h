@@ -34,7 +34,7 @@ struct TreeValue {
     bool isArray = false;
 };
 
-struct TreeSpec {
+struct TreeEntry {
     int line = 0;
     std::string role;
     std::string subrole;
@@ -42,12 +42,12 @@ struct TreeSpec {
     std::optional<Rect> frame;
     std::string label;
     std::vector<std::pair<std::string, TreeValue>> attributes;
-    std::vector<TreeSpec> children;
+    std::vector<TreeEntry> children;
 };
 
 // Outcome of a parse or a load; line 0 means the error is not tied to a line.
 struct SimTreeResult {
-    std::vector<TreeSpec> roots;    // parse
+    std::vector<TreeEntry> roots;   // parse
     std::vector<SimNodePtr> nodes;  // load: the elements made at the top level
     int line = 0;
     std::string error;
@@ -61,7 +61,7 @@ SimTreeResult parseTreeText(std::string_view text);
 
 // Builds parsed elements as children of parent. References are resolved against labels of the
 // new elements and of the existing subtree of scope; nothing is built when one is unknown.
-SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeSpec>& specs,
+SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeEntry>& entries,
                         const SimNodePtr& scope);
 
 // Parses and builds under parent. When parent is an application element and the text's only

@@ -37,6 +37,24 @@ TEST(SimTreeText, LoadThenDumpGivesTheSameText) {
     EXPECT_TRUE(app.find("win")->children()[2]->role().empty());
 }
 
+TEST(SimTreeText, DocumentedExampleReadsBack) {
+    const std::string text = R"(AXApplication "Editor" #app
+  AXMenuBar [0 0 1440 22] #menubar
+    AXMenuBarItem "File" [40 0 40 22]
+  AXWindow/AXStandardWindow "Notes" [100 60 800 600] #win AXMain=true
+    AXStaticText "Subject" [120 100 80 20] #label
+    AXTextArea [120 130 600 300] #text AXSelectedTextRange=range(5 0) AXTitleUIElement=@label AXValue="Hello\nworld"
+    AXSheet [250 60 500 200] #sheet
+      AXButton "Cancel" [500 220 80 30] #cancel
+      AXButton "Save" [600 220 80 30] #save AXDefault=true
+)";
+    auto desk = SimDesktop::create();
+    auto& app = desk->addApplication(100, "com.example.editor", "Editor");
+    ASSERT_TRUE(app.load(text).ok());
+    EXPECT_EQ(app.dump(), text);
+    EXPECT_EQ(app.find("text")->text(), "Hello\nworld");
+}
+
 TEST(SimTreeText, LoadsUnderAnyElementAndIgnoresCommentsAndBlankLines) {
     auto desk = SimDesktop::create();
     auto& app = desk->addApplication(100, "com.example.editor", "Editor");
