@@ -59,9 +59,8 @@ const char* const kDerivedNames[] = {
 
 // --- SimApp
 
-SimApp::SimApp(SimDesktop& desk, pid_t pid, std::string bundleIdentifier, std::string localizedName)
-    : desk_(desk),
-      pid_(pid),
+SimApp::SimApp(pid_t pid, std::string bundleIdentifier, std::string localizedName)
+    : pid_(pid),
       bundleIdentifier_(std::move(bundleIdentifier)),
       localizedName_(std::move(localizedName)) {}
 
@@ -175,7 +174,7 @@ SimApp& SimDesktop::addApplication(pid_t pid, const std::string& bundleIdentifie
                      it->second->bundleIdentifier().c_str());
         return *it->second;
     }
-    auto app = std::make_shared<SimApp>(*this, pid, bundleIdentifier, localizedName);
+    auto app = std::make_shared<SimApp>(pid, bundleIdentifier, localizedName);
     app->root_ =
         std::make_shared<SimNode>(SimNode::Key{}, SimNode::Kind::Application, serial_, app);
     app->root_->attrs_["AXRole"] = "AXApplication";
@@ -647,7 +646,8 @@ AXError SimDesktop::makeObserver(pid_t pid, AXObserverCallback callback, AXObser
 }
 
 void SimDesktop::post(const SimNodePtr& element, const std::string& notification) {
-    if (!element) return;
+    // Gone elements and ended applications post nothing.
+    if (!element || !element->isAlive()) return;
     SimApp* app = element->app();
     pid_t pid = app ? app->pid() : 0;
     posted_.push_back(PostedNotification{notification, element->id(), pid, now()});

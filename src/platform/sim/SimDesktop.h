@@ -69,11 +69,10 @@ class SimApp {
 
     bool takeBusy(unsigned call);
 
-    SimApp(SimDesktop& desk, pid_t pid, std::string bundleIdentifier, std::string localizedName);
+    SimApp(pid_t pid, std::string bundleIdentifier, std::string localizedName);
 
   private:
     friend class SimDesktop;
-    SimDesktop& desk_;
     pid_t pid_;
     std::string bundleIdentifier_;
     std::string localizedName_;

@@ -1,6 +1,5 @@
-#include "platform/sim/SimTreeText.h"
-
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
@@ -8,6 +7,7 @@
 
 #include "Common/Format.h"
 #include "platform/sim/SimElement.h"
+#include "platform/sim/SimTreeText.h"
 
 namespace orv::sim {
 
@@ -159,7 +159,7 @@ class LineReader {
         return fail("unterminated string");
     }
 
-    bool readNumber(double* out, bool* integral) {
+    bool readNumber(double* out, bool* integral, long long* whole = nullptr) {
         skipSpaces();
         size_t start = i_;
         while (!eof() && (std::isdigit(static_cast<unsigned char>(peek())) || peek() == '-' ||
@@ -170,7 +170,13 @@ class LineReader {
         char* end = nullptr;
         *out = std::strtod(text.c_str(), &end);
         if (*end != '\0' || !std::isfinite(*out)) return fail("bad number '" + text + "'");
-        if (integral) *integral = text.find_first_of(".eE") == std::string::npos;
+        bool isWhole = text.find_first_of(".eE") == std::string::npos;
+        if (integral) *integral = isWhole;
+        if (whole && isWhole) {
+            errno = 0;
+            *whole = std::strtoll(text.c_str(), &end, 10);
+            if (*end != '\0' || errno == ERANGE) return fail("bad number '" + text + "'");
+        }
         return true;
     }
 
@@ -237,9 +243,10 @@ class LineReader {
         if (std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.') {
             double d;
             bool integral;
-            if (!readNumber(&d, &integral)) return false;
+            long long whole = 0;
+            if (!readNumber(&d, &integral, &whole)) return false;
             if (integral)
-                v->value = static_cast<long long>(d);
+                v->value = whole;
             else
                 v->value = d;
             return true;
@@ -337,7 +344,8 @@ struct Builder {
         return scope ? scope->find(label) : nullptr;
     }
 
-    // Head fields now; attributes after every node exists, so references may point forward.
+    // Head fields now; attributes after every node exists, so references may
+    // point forward.
     void apply(const SimNodePtr& node, const TreeEntry& entry, bool isTarget) {
         if (!isTarget) {
             if (entry.role.empty()) node->unset("AXRole");

@@ -189,7 +189,14 @@ TEST_F(SimAccessibilityTest, InjectedFailures) {
 
     // Terminated: every element, old references included, is invalid; the pid stays known.
     auto okRef = desk->ref(ok);
+    AXObserverRef observer;
+    ax().createObserver(
+        100, [&](auto&, auto&, auto&, void*) { ADD_FAILURE() << "ended app posted"; }, &observer);
+    observer->attachToMainLoop();
+    observer->addNotification(app, "AXMoved", nullptr);
     desk->terminateApplication(100);
+    desk->move(ok, Point{1, 1});
+    desk->runUntilIdle();
     EXPECT_EQ(ax().copyAttributeValue(okRef, "AXRole", &v), kAXErrorInvalidUIElement);
     EXPECT_EQ(ax().copyAttributeValue(app, "AXRole", &v), kAXErrorInvalidUIElement);
     pid_t pid = 0;

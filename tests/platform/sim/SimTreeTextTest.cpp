@@ -34,6 +34,9 @@ TEST(SimTreeText, LoadThenDumpGivesTheSameText) {
     EXPECT_EQ(app.find("win")->title(), "Doc \"1\"");
     EXPECT_EQ(*app.find("label")->stored("AXFontSize"), AXValue(12.0));
     EXPECT_EQ(*app.find("label")->stored("AXLevel"), AXValue(-2));
+    ASSERT_TRUE(app.load("AXGroup #big AXId=9007199254740993").ok());
+    EXPECT_EQ(*app.find("big")->stored("AXId"), AXValue(9007199254740993LL))
+        << "not through a double";
     EXPECT_TRUE(app.find("win")->children()[2]->role().empty());
 }
 
