@@ -1,3 +1,5 @@
+#include "platform/sim/SimTreeText.h"
+
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -7,7 +9,6 @@
 
 #include "Common/Format.h"
 #include "platform/sim/SimElement.h"
-#include "platform/sim/SimTreeText.h"
 
 namespace orv::sim {
 
@@ -344,8 +345,7 @@ struct Builder {
         return scope ? scope->find(label) : nullptr;
     }
 
-    // Head fields now; attributes after every node exists, so references may
-    // point forward.
+    // Head fields now; attributes after every node exists, so references may point forward.
     void apply(const SimNodePtr& node, const TreeEntry& entry, bool isTarget) {
         if (!isTarget) {
             if (entry.role.empty()) node->unset("AXRole");
