@@ -105,8 +105,9 @@ Xvfb ":$disp" -screen 0 "${ORV_SESSION_SCREEN:-1280x800x24}" -nolisten tcp +exte
     >"$logdir/xvfb.log" 2>&1 &
 pids+=($!)
 export DISPLAY=":$disp"
+# Up once a client can connect (the socket file alone may be stale or early).
 n=0
-until [ -e "/tmp/.X11-unix/X${disp}" ]; do
+until xprop -root >/dev/null 2>&1; do
     n=$((n + 1))
     if [ $n -gt 100 ] || ! kill -0 "${pids[0]}" 2>/dev/null; then
         log "Xvfb did not start (see $logdir/xvfb.log)"
@@ -147,15 +148,28 @@ until dbus-send --session --print-reply --dest=org.a11y.Bus /org/a11y/bus org.a1
     sleep 0.1
 done
 
-openbox --sm-disable >"$logdir/openbox.log" 2>&1 &
-pids+=($!)
-# The window manager is up once it has set the supporting-WM property on the root window.
-n=0
-until xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q "window id"; do
-    n=$((n + 1))
-    if [ $n -gt 100 ]; then log "openbox did not start"; break; fi
-    sleep 0.1
+# Without a window manager no window is active and no focus event fires.
+wm_up=0
+for attempt in 1 2 3; do
+    openbox --sm-disable >>"$logdir/openbox.log" 2>&1 &
+    wm_pid=$!
+    pids+=($wm_pid)
+    n=0
+    while [ $n -lt 50 ] && kill -0 "$wm_pid" 2>/dev/null; do
+        if xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q "window id"; then
+            wm_up=1
+            break
+        fi
+        sleep 0.1
+        n=$((n + 1))
+    done
+    [ $wm_up = 1 ] && break
+    log "openbox attempt $attempt failed"
 done
+if [ $wm_up != 1 ]; then
+    log "openbox did not start (see $logdir/openbox.log)"
+    exit 4
+fi
 
 log "DISPLAY=$DISPLAY DBUS_SESSION_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS logs in $logdir"
 export ORV_DESKTOP_SESSION=1

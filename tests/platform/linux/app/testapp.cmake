@@ -14,3 +14,10 @@ if(ORV_GTK3_FOUND)
             ORV_GTK_TESTAPP="$<TARGET_FILE:orv-gtk-testapp>")
     endif()
 endif()
+
+# The whole backend suite as one test labelled "desktop", for running inside
+# tests/platform/linux/desktop-session.sh (ctest -L desktop); outside a session it skips.
+if(TARGET test_platform_linux)
+    add_test(NAME platform_linux_desktop_session COMMAND test_platform_linux)
+    set_tests_properties(platform_linux_desktop_session PROPERTIES LABELS desktop TIMEOUT 600)
+endif()
