@@ -368,7 +368,7 @@ std::optional<AXError> SimDesktop::derived(const SimNodePtr& n, const std::strin
     }
     if (a == "AXMain" && n->role() == "AXWindow") return answer(app && app->mainWindow() == n);
     if (n->isText()) {
-        TextLayout layout(n->text());
+        const TextLayout& layout = n->layout();
         Range sel = clampTo(n->selection(), layout.length());
         if (a == "AXValue") return answer(n->text());
         if (a == "AXNumberOfCharacters") return answer(layout.length());
@@ -384,7 +384,7 @@ std::optional<AXError> SimDesktop::derived(const SimNodePtr& n, const std::strin
 std::optional<AXError> SimDesktop::derivedParameterized(const SimNodePtr& n, const std::string& a,
                                                         const AXValue& parameter, AXValue* out) {
     if (!n->isText()) return std::nullopt;
-    TextLayout layout(n->text());
+    const TextLayout& layout = n->layout();
     const Range* range = parameter.get<Range>();
     const int64_t* index = parameter.get<int64_t>();
     auto answer = [out](AXValue v) -> std::optional<AXError> {
@@ -538,7 +538,7 @@ AXError SimDesktop::writeAttribute(const AXUIElementRef& element, const std::str
         }
         if (attribute == "AXSelectedTextRange") {
             auto r = value.get<Range>();
-            if (!r || !TextLayout(n->text()).isValid(*r)) return finish(kAXErrorIllegalArgument);
+            if (!r || !n->layout().isValid(*r)) return finish(kAXErrorIllegalArgument);
             select(n, *r);
             return finish(kAXErrorSuccess);
         }
@@ -799,9 +799,9 @@ void SimDesktop::destroy(const SimNodePtr& element) {
 
 void SimDesktop::replaceSelection(const SimNodePtr& element, const std::string& with) {
     if (!element || !element->isText() || !element->isAlive()) return;
-    TextLayout layout(element->text());
-    Range sel = clampTo(element->selection(), layout.length());
-    element->setText(*layout.replacing(sel, with));
+    Range sel = clampTo(element->selection(), element->layout().length());
+    std::string next = *element->layout().replacing(sel, with);
+    element->setText(next);
     element->setSelection(Range{sel.location + TextLayout::utf16Length(with), 0});
     post(element, "AXValueChanged");
     post(element, "AXSelectedTextChanged");
@@ -813,7 +813,7 @@ void SimDesktop::typeText(const SimNodePtr& element, const std::string& text) {
 
 void SimDesktop::deleteBackward(const SimNodePtr& element) {
     if (!element || !element->isText()) return;
-    Range sel = clampTo(element->selection(), TextLayout(element->text()).length());
+    Range sel = clampTo(element->selection(), element->layout().length());
     if (sel.length == 0) {
         if (sel.location == 0) return;
         element->setSelection(Range{sel.location - 1, 1});
@@ -823,7 +823,7 @@ void SimDesktop::deleteBackward(const SimNodePtr& element) {
 
 void SimDesktop::select(const SimNodePtr& element, Range range) {
     if (!element || !element->isText() || !element->isAlive()) return;
-    element->setSelection(clampTo(range, TextLayout(element->text()).length()));
+    element->setSelection(clampTo(range, element->layout().length()));
     post(element, "AXSelectedTextChanged");
 }
 

@@ -85,6 +85,7 @@ int SimNode::depth() const {
 }
 
 SimNode& SimNode::set(const std::string& attribute, AXValue value) {
+    if (attribute == "AXValue") layout_.reset();
     removed_.erase(attribute);
     attrs_[attribute] = std::move(value);
     return *this;
@@ -101,12 +102,14 @@ SimNode& SimNode::set(const std::string& attribute, const std::vector<SimNodePtr
 }
 
 SimNode& SimNode::unset(const std::string& attribute) {
+    if (attribute == "AXValue") layout_.reset();
     attrs_.erase(attribute);
     removed_.erase(attribute);
     return *this;
 }
 
 SimNode& SimNode::remove(const std::string& attribute) {
+    if (attribute == "AXValue") layout_.reset();
     attrs_.erase(attribute);
     removed_.insert(attribute);
     return *this;
@@ -207,6 +210,11 @@ std::string SimNode::text() const {
     return storedString("AXValue");
 }
 
+const TextLayout& SimNode::layout() const {
+    if (!layout_) layout_ = std::make_shared<const TextLayout>(text());
+    return *layout_;
+}
+
 Range SimNode::selection() const {
     auto it = attrs_.find("AXSelectedTextRange");
     if (it != attrs_.end())
@@ -215,6 +223,7 @@ Range SimNode::selection() const {
 }
 
 SimNode& SimNode::setText(const std::string& text) {
+    layout_.reset();
     attrs_["AXValue"] = text;
     removed_.erase("AXValue");
     // Keep the selection inside the text, as an editor does when its contents are replaced.

@@ -118,6 +118,8 @@ class SimNode : public std::enable_shared_from_this<SimNode> {
     bool isText() const;
     SimNode& setTextEnabled(bool enabled);
     std::string text() const;
+    // Layout of the current text, kept until the text changes.
+    const TextLayout& layout() const;
     Range selection() const;
     // Silent; the selection is clamped to the new text.
     SimNode& setText(const std::string& text);
@@ -168,6 +170,7 @@ class SimNode : public std::enable_shared_from_this<SimNode> {
     std::map<std::string, ParameterizedHandler> parameterized_;
 
     std::optional<bool> textEnabled_;
+    mutable std::shared_ptr<const TextLayout> layout_;
     std::optional<TextMetrics> metrics_;
     bool firstCharBounds_ = false;
 

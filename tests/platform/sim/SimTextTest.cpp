@@ -79,6 +79,8 @@ TEST_F(SimTextTest, CountsUtf16UnitsAndHonoursMetrics) {
     EXPECT_EQ(*v.get<std::string>(), "x");
     EXPECT_EQ(bounds({3, 1}), Rect(46, 62, 8, 16));
 
+    field->set("AXValue", "xyz");  // a plain store re-lays the text out as well
+    EXPECT_EQ(*read("AXNumberOfCharacters").get<int64_t>(), 3);
     field->setTextMetrics(TextMetrics{10, 20, 0, 4, 2});
     EXPECT_EQ(bounds({1, 0}), Rect(30, 64, 2, 20));
 }
