@@ -123,17 +123,33 @@ AtspiStateSet* statesOf(AtspiAccessible* acc) { return atspi_accessible_get_stat
 
 }  // namespace
 
+// libatspi is not thread-safe: a call from another thread runs on the main loop and waits.
+#define ORV_ON_MAIN(call)                                               \
+    do {                                                                \
+        if (!desktop_->loop().isMainThread()) {                         \
+            AXError hopped = kAXErrorCannotComplete;                    \
+            desktop_->loop().postAndWait([&] { hopped = (call); });     \
+            return hopped;                                              \
+        }                                                               \
+    } while (0)
+
 AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     : desktop_(std::move(desktop)), systemWide_(AtspiElement::systemWide()) {}
 
 AXUIElementRef AtspiAccessibility::createSystemWide() { return systemWide_; }
 
 AXUIElementRef AtspiAccessibility::createApplication(pid_t pid) {
+    if (!desktop_->loop().isMainThread()) {
+        AXUIElementRef made;
+        desktop_->loop().postAndWait([&] { made = createApplication(pid); });
+        return made;
+    }
     if (AppInfo* app = desktop_->appForPid(pid)) return app->root;
     return AtspiElement::missing(pid);
 }
 
 AXError AtspiAccessibility::getPid(const AXUIElementRef& element, pid_t* out) {
+    ORV_ON_MAIN(getPid(element, out));
     *out = 0;
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;
@@ -153,6 +169,7 @@ AXError AtspiAccessibility::getPid(const AXUIElementRef& element, pid_t* out) {
 }
 
 AXError AtspiAccessibility::setMessagingTimeout(const AXUIElementRef& element, float seconds) {
+    ORV_ON_MAIN(setMessagingTimeout(element, seconds));
     const AtspiElement* el = asAtspi(element);
     if (!el || seconds < 0) return kAXErrorIllegalArgument;
     // libatspi has one timeout for the whole process: the system-wide element's sets it, as the
@@ -163,6 +180,7 @@ AXError AtspiAccessibility::setMessagingTimeout(const AXUIElementRef& element, f
 
 AXError AtspiAccessibility::createObserver(pid_t pid, AXObserverCallback callback,
                                            AXObserverRef* out) {
+    ORV_ON_MAIN(createObserver(pid, callback, out));
     if (pid <= 0 || !callback) return kAXErrorIllegalArgument;
     auto observer = std::make_shared<AtspiObserver>(desktop_, pid, std::move(callback));
     desktop_->addObserver(observer);
@@ -179,6 +197,7 @@ bool AtspiAccessibility::isProcessTrusted(bool) {
 
 AXError AtspiAccessibility::copyAttributeValue(const AXUIElementRef& element,
                                                const std::string& attribute, AXValue* out) {
+    ORV_ON_MAIN(copyAttributeValue(element, attribute, out));
     *out = AXValue();
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;
@@ -637,6 +656,7 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
 AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef& element,
                                                             const std::string& attribute,
                                                             const AXValue& parameter, AXValue* out) {
+    ORV_ON_MAIN(copyParameterizedAttributeValue(element, attribute, parameter, out));
     *out = AXValue();
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;
@@ -675,6 +695,7 @@ AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef
 
 AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
                                                std::vector<std::string>* out) {
+    ORV_ON_MAIN(copyAttributeNames(element, out));
     out->clear();
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;
@@ -711,6 +732,7 @@ AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
 
 AXError AtspiAccessibility::isAttributeSettable(const AXUIElementRef& element,
                                                 const std::string& attribute, bool* settable) {
+    ORV_ON_MAIN(isAttributeSettable(element, attribute, settable));
     *settable = false;
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;
@@ -736,6 +758,7 @@ AXError AtspiAccessibility::isAttributeSettable(const AXUIElementRef& element,
 
 AXError AtspiAccessibility::setAttributeValue(const AXUIElementRef& element,
                                               const std::string& attribute, const AXValue& value) {
+    ORV_ON_MAIN(setAttributeValue(element, attribute, value));
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;
     if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
@@ -812,6 +835,7 @@ AXError AtspiAccessibility::deepestAt(AtspiAccessible* start, int x, int y, AXUI
 
 AXError AtspiAccessibility::copyElementAtPosition(const AXUIElementRef& element, float x, float y,
                                                   AXUIElementRef* out) {
+    ORV_ON_MAIN(copyElementAtPosition(element, x, y, out));
     *out = nullptr;
     const AtspiElement* el = asAtspi(element);
     if (!el) return kAXErrorIllegalArgument;

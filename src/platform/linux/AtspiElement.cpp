@@ -3,12 +3,21 @@
 #include <atspi/atspi.h>
 
 #include <functional>
+#include <thread>
 
 namespace orv::linuxdesk {
 
 namespace {
 constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
+std::thread::id g_mainThread = std::this_thread::get_id();
+
+gboolean unrefOnMain(gpointer acc) {
+    g_object_unref(acc);
+    return G_SOURCE_REMOVE;
 }
+}  // namespace
+
+void setElementOwnerThread() { g_mainThread = std::this_thread::get_id(); }
 
 std::string busNameOf(AtspiAccessible* acc) {
     if (!acc) return {};
@@ -33,7 +42,13 @@ AtspiElement::AtspiElement(Kind kind, AtspiAccessible* acc, std::string bus, std
 }
 
 AtspiElement::~AtspiElement() {
-    if (acc_) g_object_unref(acc_);
+    if (!acc_) return;
+    // A reference dropped on another thread (the pointer poll) is released on the main loop:
+    // libatspi is not thread-safe.
+    if (std::this_thread::get_id() == g_mainThread)
+        g_object_unref(acc_);
+    else
+        g_idle_add(unrefOnMain, acc_);
 }
 
 std::shared_ptr<const AtspiElement> AtspiElement::adopt(AtspiAccessible* acc) {

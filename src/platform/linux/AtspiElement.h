@@ -68,6 +68,9 @@ using AtspiElementRef = std::shared_ptr<const AtspiElement>;
 // The wrapper behind a seam reference, or null for a reference of another backend.
 const AtspiElement* asAtspi(const AXUIElementRef& ref);
 
+// The thread that runs libatspi; elements dropped elsewhere release their object there.
+void setElementOwnerThread();
+
 // Identity of a live object: bus name and path (empty strings for a disposed object).
 std::string busNameOf(AtspiAccessible* acc);
 std::string pathOf(AtspiAccessible* acc);

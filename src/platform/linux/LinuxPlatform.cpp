@@ -84,6 +84,7 @@ std::shared_ptr<Platform> makeLinuxPlatform(std::string* whyNot) {
         return nullptr;
     }
 
+    setElementOwnerThread();
     auto loop = std::make_shared<GLibMainLoop>(runAtspiLoop, quitAtspiLoop);
     auto desktop = std::make_shared<AtspiDesktop>(loop);
     if (!desktop->start(whyNot)) {

@@ -7,6 +7,8 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <cstdlib>
 #include <deque>
 #include <set>
@@ -147,6 +149,25 @@ TEST_F(LinuxDesktopTest, HungApplicationFailsWithinTheTimeout) {
     EXPECT_TRUE(waitUntil([&] {
         return ax().copyAttributeValue(button, "AXPosition", &pos) == kAXErrorSuccess;
     }, 10));
+}
+
+TEST_F(LinuxDesktopTest, ReadsFromAnotherThreadRunOnTheMainLoop) {
+    AXUIElementRef button = waitForTitle(*this, "First");
+    ASSERT_TRUE(button);
+    std::atomic<bool> done{false};
+    AXError err = kAXErrorFailure;
+    std::string role;
+    std::thread poller([&] {
+        // The element read here is also dropped here: its release must hop as well.
+        AXValue v;
+        err = ax().copyAttributeValue(button, "AXParent", &v);
+        if (auto* parent = v.get<AXUIElementRef>()) role = stringAttr(ax(), *parent, "AXRole");
+        done = true;
+    });
+    EXPECT_TRUE(waitUntil([&] { return done.load(); }, 5));
+    poller.join();
+    EXPECT_EQ(err, kAXErrorSuccess);
+    EXPECT_EQ(role, "AXGroup");
 }
 
 TEST_F(LinuxDesktopTest, WorkspaceKnowsTheApplicationAndItsLaunch) {
