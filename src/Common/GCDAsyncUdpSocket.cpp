@@ -100,8 +100,9 @@ GCDAsyncUdpSocket::GCDAsyncUdpSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> de
 }
 
 GCDAsyncUdpSocket::~GCDAsyncUdpSocket() {
-    stop_ = true;
-    wake();
+    // Stop after the work already queued, so that a last send still leaves; its events are not
+    // delivered any more (nobody holds this endpoint).
+    runOnQueue([this] { stop_ = true; });
     if (worker_.joinable()) worker_.join();
     // The worker is gone: its state is ours now. Nothing is reported any more.
     closeSocketFd();

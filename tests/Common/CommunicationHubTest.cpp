@@ -208,6 +208,36 @@ TEST_F(HubTest, SocketCloseBeforeContactSetsUpAgainAfterContactTerminates) {
               1u);
 }
 
+TEST_F(HubTest, HubThatIsNotSharedReconnectsWhenASendFindsItsSocketClosed) {
+    ORVCommunicationHub::Options o;
+    o.serverPort = peer.port();
+    auto hub = ORVCommunicationHub::make(ORVCommunicationHub::Role::Client, o);
+    ASSERT_TRUE(env.waitFor([&] { return hub->connected(); }));
+    peer.lastFromPort = hub->localPort();
+    drainPeerDatagrams(peer);  // contact: a shared client would now terminate on close
+    peer.close();
+    hub->dispatch(ORVCommKeepAlive::create());
+    ASSERT_TRUE(env.waitFor([&] { return hub->localPort() == 0; }));  // closed, nothing done
+
+    hub->dispatch(ORVCommKeepAlive::create());
+    ASSERT_TRUE(env.waitFor([&] { return env.connectedNotifications == 2; }));
+    EXPECT_EQ(env.log.countContaining("(warning) Failed to send UDP packet: Error Domain="
+                                      "GCDAsyncUdpSocketErrorDomain Code=1"),
+              1u);
+    EXPECT_EQ(env.app->terminateCount, 0);
+}
+
+TEST_F(HubTest, AuthClientRetriesWithTheOrdinaryClientSetUp) {
+    ORVCommunicationHub::Options o;
+    o.host = "";
+    ORVCommunicationHub::setDefaultOptions(o);
+    auto auth = ORVCommunicationHub::authInstance();
+    EXPECT_TRUE(auth->isAuthClient());
+    EXPECT_NE(ORVCommunicationHub::sharedInstance(), auth);
+    env.loop->advance(1.0);
+    EXPECT_FALSE(auth->isAuthClient());
+}
+
 TEST_F(HubTest, ConnectCallErrorsRetryEverySecond) {
     ORVCommunicationHub::Options o;
     o.host = "";  // refused by the connect call itself
