@@ -102,6 +102,15 @@ class LineReader {
         }
     }
 
+    // One value from the start of the text; *used is how far it read.
+    bool valueOnly(TreeValue* v, size_t* used, std::string* error) {
+        err_ = error;
+        if (eof()) return fail("expected a value");
+        if (!readValue(v)) return false;
+        *used = i_;
+        return true;
+    }
+
   private:
     bool fail(const std::string& m) {
         if (err_ && err_->empty()) *err_ = m;
@@ -530,6 +539,11 @@ SimTreeResult loadTreeText(const SimNodePtr& parent, std::string_view text) {
         return build(parent, top.children, scope, &top);
     }
     return build(parent, parsed.roots, scope, nullptr);
+}
+
+bool parseTreeValue(std::string_view text, TreeValue* out, size_t* used, std::string* error) {
+    size_t ignored = 0;
+    return LineReader(text).valueOnly(out, used ? used : &ignored, error);
 }
 
 std::string dumpTree(const SimNodePtr& node) {

@@ -68,6 +68,10 @@ SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeEntry>& 
 // top line has the role AXApplication, that line describes parent itself.
 SimTreeResult loadTreeText(const SimNodePtr& parent, std::string_view text);
 
+// Reads one value written as above from the start of text, for other text forms that embed
+// such values. *used is how many characters it took; false with *error set when there is none.
+bool parseTreeValue(std::string_view text, TreeValue* out, size_t* used, std::string* error);
+
 // The node and its subtree in the same form, stored attributes only, sorted by name.
 std::string dumpTree(const SimNodePtr& node);
 std::string formatTreeValue(const AXValue& value);
