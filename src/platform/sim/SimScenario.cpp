@@ -1,0 +1,998 @@
+#include "platform/sim/SimScenario.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "Common/Format.h"
+
+namespace orv::sim {
+
+namespace {
+
+using Step = Scenario::Step;
+using Kind = Scenario::Step::Kind;
+
+bool isNameChar(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.';
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+std::string_view trim(std::string_view s) {
+    while (!s.empty() && isBlank(s.front())) s.remove_prefix(1);
+    while (!s.empty() && isBlank(s.back())) s.remove_suffix(1);
+    return s;
+}
+
+bool isCommentOrBlank(std::string_view line) {
+    std::string_view body = trim(line);
+    return body.empty() || body.substr(0, 2) == "//";
+}
+
+std::string quoted(std::string_view s) {
+    return "\"" + std::string(s) + "\"";
+}
+
+// Sums of decimal steps (after 0.1 three times) are not exactly the decimal written with at.
+constexpr double kTimeSlack = 1e-9;
+
+// Times in messages, without the noise of those sums.
+std::string timeText(double t) {
+    return formatNumber(std::round(t * 1e6) / 1e6);
+}
+
+std::string seconds(double t) {
+    return timeText(t) + " s";
+}
+
+std::string_view withoutHash(std::string_view label) {
+    if (!label.empty() && label.front() == '#') label.remove_prefix(1);
+    return label;
+}
+
+bool isNumber(const TreeValue& v) {
+    return !v.isArray && v.reference.empty() && (v.value.is<int64_t>() || v.value.is<double>());
+}
+
+double numberOf(const TreeValue& v) {
+    if (auto i = v.value.get<int64_t>()) return static_cast<double>(*i);
+    return *v.value.get<double>();
+}
+
+void collectTreeLabels(const std::vector<TreeEntry>& entries,
+                       std::vector<std::pair<std::string, int>>* out) {
+    for (auto& s : entries) {
+        if (!s.label.empty()) out->emplace_back(s.label, s.line);
+        collectTreeLabels(s.children, out);
+    }
+}
+
+void collectReferences(const TreeValue& v, std::vector<std::string>* out) {
+    if (!v.reference.empty()) out->push_back(v.reference);
+    for (auto& item : v.items) collectReferences(item, out);
+}
+
+// Reads one command line left to right; every reader names what it expected when it fails.
+class Cursor {
+  public:
+    explicit Cursor(std::string_view s) : s_(s) {}
+
+    bool atEnd() {
+        skip();
+        return i_ >= s_.size();
+    }
+    std::string_view rest() {
+        skip();
+        return s_.substr(i_);
+    }
+    std::string peekWord() {
+        skip();
+        size_t end = i_;
+        while (end < s_.size() && !isBlank(s_[end])) ++end;
+        return std::string(s_.substr(i_, end - i_));
+    }
+    std::string word() {
+        std::string w = peekWord();
+        i_ += w.size();
+        return w;
+    }
+
+    bool label(std::string* out, std::string* error) {
+        std::string token = peekWord();
+        skip();
+        size_t start = i_;
+        if (i_ < s_.size() && s_[i_] == '#') ++i_;
+        size_t nameStart = i_;
+        while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
+        if (start == nameStart || i_ == nameStart || (i_ < s_.size() && !isBlank(s_[i_]))) {
+            i_ = start;
+            *error = token.empty() ? "expected an element label like #name"
+                                   : "expected an element label like #name, found " + quoted(token);
+            return false;
+        }
+        *out = std::string(s_.substr(nameStart, i_ - nameStart));
+        return true;
+    }
+
+    // A value in the tree form's syntax, standing alone up to the next blank. Starts right at the
+    // cursor when `here`, after blanks otherwise.
+    bool value(TreeValue* out, std::string* error, bool here = false) {
+        if (!here) skip();
+        size_t used = 0;
+        std::string why;
+        if (!parseTreeValue(s_.substr(i_), out, &used, &why)) {
+            *error = why;
+            return false;
+        }
+        i_ += used;
+        if (i_ < s_.size() && !isBlank(s_[i_])) {
+            *error = "unexpected " + quoted(peekWordAt(i_)) + " after the value";
+            return false;
+        }
+        return true;
+    }
+
+    bool number(double* out, const std::string& what, std::string* error) {
+        std::string token = peekWord();
+        TreeValue v;
+        std::string why;
+        if (token.empty() || !value(&v, &why) || !isNumber(v)) {
+            *error = token.empty() ? "expected " + what
+                                   : "expected " + what + ", found " + quoted(token);
+            return false;
+        }
+        *out = numberOf(v);
+        return true;
+    }
+
+    bool string(std::string* out, const std::string& what, std::string* error) {
+        std::string token = peekWord();
+        TreeValue v;
+        if (!value(&v, error)) {
+            if (token.empty()) *error = "expected " + what;
+            return false;
+        }
+        auto s = v.value.get<std::string>();
+        if (!s || v.isArray || !v.reference.empty()) {
+            *error = "expected " + what + ", found " + quoted(token);
+            return false;
+        }
+        *out = *s;
+        return true;
+    }
+
+    // key=value, the value as in the tree form.
+    bool attribute(std::string* key, TreeValue* v, std::string* error) {
+        skip();
+        size_t start = i_;
+        while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
+        if (i_ == start || i_ >= s_.size() || s_[i_] != '=') {
+            i_ = start;
+            *error = "expected attribute as key=value, found " + quoted(peekWord());
+            return false;
+        }
+        *key = std::string(s_.substr(start, i_ - start));
+        ++i_;
+        if (i_ >= s_.size() || isBlank(s_[i_])) {
+            *error = "missing value after " + quoted(*key + "=");
+            return false;
+        }
+        return value(v, error, true);
+    }
+
+  private:
+    void skip() {
+        while (i_ < s_.size() && isBlank(s_[i_])) ++i_;
+    }
+    std::string peekWordAt(size_t at) const {
+        size_t end = at;
+        while (end < s_.size() && !isBlank(s_[end])) ++end;
+        return std::string(s_.substr(at, end - at));
+    }
+
+    std::string_view s_;
+    size_t i_ = 0;
+};
+
+struct Outcome {
+    std::string note;  // empty when the action was done
+    int line = 0;      // the line to blame for a tree that did not load
+};
+
+Outcome treeFailure(const Scenario::Block& block, const SimTreeResult& r, int headerLine) {
+    return {r.error, r.line > 0 ? block.firstLine + r.line - 1 : headerLine};
+}
+
+AXValue resolveValue(SimDesktop& desk, const Scenario& sc, const TreeValue& v) {
+    if (!v.reference.empty()) return AXValue(desk.ref(sc.find(desk, v.reference)));
+    if (v.isArray) {
+        AXArray items;
+        for (auto& item : v.items) items.push_back(resolveValue(desk, sc, item));
+        return AXValue(std::move(items));
+    }
+    return v.value;
+}
+
+// Does one action on the desktop. The parser plays every action on a private desktop first, so
+// a note here means something else changed the desktop under the scenario.
+Outcome playStep(SimDesktop& desk, const Scenario& sc, const Step& s) {
+    SimNodePtr node;
+    if (!s.target.empty()) {
+        node = sc.find(desk, s.target);
+        if (!node) return {"skipped: #" + s.target + " is not there"};
+    }
+    switch (s.kind) {
+        case Kind::Focus:
+            desk.focus(node);
+            break;
+        case Kind::Unfocus:
+            desk.clearFocus(*node->app());
+            break;
+        case Kind::Set: {
+            for (auto& [key, value] : s.attributes) {
+                std::vector<std::string> refs;
+                collectReferences(value, &refs);
+                for (auto& r : refs)
+                    if (!sc.find(desk, r)) return {"skipped: @" + r + " is not there"};
+            }
+            for (auto& [key, value] : s.attributes) node->set(key, resolveValue(desk, sc, value));
+            break;
+        }
+        case Kind::Post:
+            desk.post(node, s.word);
+            break;
+        case Kind::Front:
+            desk.activate(node->app()->pid());
+            break;
+        case Kind::Launch: {
+            if (desk.application(s.app.pid))
+                return {"skipped: pid " + std::to_string(s.app.pid) + " already runs"};
+            SimApp& app = desk.launchApplication(s.app.pid, s.app.bundleIdentifier, s.app.name);
+            auto loaded = app.load(s.app.tree.text);
+            if (!loaded.ok()) return treeFailure(s.app.tree, loaded, s.line);
+            break;
+        }
+        case Kind::Quit:
+            desk.terminateApplication(node->app()->pid());
+            break;
+        case Kind::Move:
+            desk.move(node, Point{s.a, s.b});
+            break;
+        case Kind::Resize:
+            desk.resize(node, Size{s.a, s.b});
+            break;
+        case Kind::Type:
+            desk.typeText(node, s.word);
+            break;
+        case Kind::Select:
+            desk.select(node, Range{static_cast<long>(s.a), static_cast<long>(s.b)});
+            break;
+        case Kind::Pointer:
+            desk.displays().setMouseLocationTopLeft(Point{s.a, s.b});
+            break;
+        case Kind::Add: {
+            auto loaded = loadTreeText(node, s.tree.text);
+            if (!loaded.ok()) return treeFailure(s.tree, loaded, s.line);
+            break;
+        }
+        case Kind::Destroy:
+            desk.destroy(node);
+            break;
+    }
+    return {};
+}
+
+struct SetupFailure {
+    int line = 0;
+    std::string error;
+};
+
+}  // namespace
+
+// --- Scenario
+
+SimNodePtr Scenario::find(SimDesktop& desk, std::string_view label) const {
+    auto it = labels_.find(withoutHash(label));
+    if (it == labels_.end()) return nullptr;
+    SimApp* app = desk.application(it->second.pid);
+    if (!app) return nullptr;
+    return it->second.isApp ? app->root() : app->find(std::string(withoutHash(label)));
+}
+
+pid_t Scenario::pidOf(std::string_view label) const {
+    auto it = labels_.find(withoutHash(label));
+    return it == labels_.end() ? 0 : it->second.pid;
+}
+
+// --- Parser
+
+class ScenarioParser {
+  public:
+    ScenarioParser(std::string_view text, std::string fileName)
+        : sc_(std::make_shared<Scenario>()) {
+        sc_->fileName_ = std::move(fileName);
+        size_t start = 0;
+        while (start <= text.size()) {
+            size_t end = text.find('\n', start);
+            if (end == std::string_view::npos) end = text.size();
+            std::string_view line = text.substr(start, end - start);
+            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+            lines_.push_back(line);
+            start = end + 1;
+        }
+    }
+
+    ScenarioParse run() {
+        ScenarioParse out;
+        if (readLines() && checkDisplays() && dryRun()) {
+            out.scenario = sc_;
+            return out;
+        }
+        out.line = errorLine_;
+        out.error = sc_->fileName_ + (errorLine_ > 0 ? ":" + std::to_string(errorLine_) : "") +
+                    ": " + error_;
+        return out;
+    }
+
+  private:
+    bool fail(int line, std::string message) {
+        if (error_.empty()) {
+            errorLine_ = line;
+            error_ = std::move(message);
+        }
+        return false;
+    }
+
+    // --- Reading: every line into setup or steps, trees parsed for their syntax and labels.
+
+    bool readLines() {
+        size_t i = 0;
+        while (i < lines_.size()) {
+            int lineNo = static_cast<int>(i) + 1;
+            std::string_view raw = lines_[i++];
+            if (isCommentOrBlank(raw)) continue;
+            if (isBlank(raw.front()))
+                return fail(lineNo,
+                            "indented line outside a tree; only app, launch and add take a tree");
+            if (endLine_)
+                return fail(lineNo,
+                            "nothing may follow end (line " + std::to_string(endLine_) + ")");
+            if (!readLine(lineNo, trim(raw), &i)) return false;
+        }
+        sc_->endTime_ = endLine_ ? sc_->endTime_ : cursor_;
+        sc_->endLine_ = endLine_;
+        // The front application is added first, which puts it in front without a switch.
+        if (!frontLabel_.empty()) {
+            auto it = std::find_if(sc_->apps_.begin(), sc_->apps_.end(),
+                                   [&](auto& a) { return a.label == frontLabel_; });
+            if (it == sc_->apps_.end()) {
+                std::string shown = quoted("#" + frontLabel_);
+                auto known = sc_->labels_.find(frontLabel_);
+                if (known == sc_->labels_.end())
+                    return fail(frontLine_, "unknown application " + shown);
+                return fail(frontLine_, known->second.isApp ? shown + " is not running at the start"
+                                                            : "front needs an application; " +
+                                                                  shown + " is an element");
+            }
+            std::rotate(sc_->apps_.begin(), it, it + 1);
+        }
+        return true;
+    }
+
+    bool readTime(Cursor& c, const std::string& keyword, int line, double* out) {
+        std::string token = c.peekWord();
+        if (token.empty()) return fail(line, keyword + " needs a time in seconds, like 1.5");
+        TreeValue v;
+        std::string ignored;
+        if (!c.value(&v, &ignored) || !isNumber(v))
+            return fail(line,
+                        "bad time " + quoted(token) + ": write seconds as a number, like 1.5");
+        *out = numberOf(v);
+        if (*out < 0) return fail(line, "bad time " + quoted(token) + ": times are not negative");
+        return true;
+    }
+
+    bool readLine(int line, std::string_view body, size_t* next) {
+        Cursor c(body);
+        std::string keyword = c.word();
+        std::optional<double> due;
+        if (keyword == "at" || keyword == "after") {
+            double t;
+            if (!readTime(c, keyword, line, &t)) return false;
+            if (keyword == "at" && t < cursor_ - kTimeSlack)
+                return fail(line, "time goes backwards: at " + timeText(t) + " comes after " +
+                                      seconds(cursor_));
+            due = keyword == "at" ? t : cursor_ + t;
+            cursor_ = *due;
+            timeline_ = true;
+            if (c.atEnd())
+                return fail(line, keyword + " " + timeText(t) +
+                                      " needs an action after the time, like focus #name");
+            body = c.rest();
+            c = Cursor(body);
+            keyword = c.word();
+        } else if (keyword == "wait") {
+            double t;
+            if (!readTime(c, keyword, line, &t) || !expectEnd(c, line)) return false;
+            cursor_ += t;
+            timeline_ = true;
+            return true;
+        } else if (keyword == "end") {
+            return readEnd(c, line);
+        }
+
+        static const std::set<std::string> kSetupOnly = {"display", "app"};
+        static const std::set<std::string> kEither = {"front", "focus", "pointer"};
+        static const std::map<std::string, Kind> kTimed = {
+            {"focus", Kind::Focus}, {"unfocus", Kind::Unfocus}, {"set", Kind::Set},
+            {"post", Kind::Post},   {"front", Kind::Front},     {"launch", Kind::Launch},
+            {"quit", Kind::Quit},   {"move", Kind::Move},       {"resize", Kind::Resize},
+            {"type", Kind::Type},   {"select", Kind::Select},   {"pointer", Kind::Pointer},
+            {"add", Kind::Add},     {"destroy", Kind::Destroy},
+        };
+        if (kSetupOnly.count(keyword)) {
+            if (timeline_)
+                return fail(line,
+                            keyword + " belongs to the setup, before the timeline" +
+                                (keyword == "app" ? "; launch starts an application later" : ""));
+            return keyword == "app" ? readApp(c, line, next) : readDisplay(c, line);
+        }
+        auto timed = kTimed.find(keyword);
+        if (timed == kTimed.end()) {
+            std::string hint = keyword.rfind("AX", 0) == 0
+                                   ? "; tree lines are indented two spaces under app, launch or add"
+                                   : "";
+            return fail(line, "unknown keyword " + quoted(keyword) + hint);
+        }
+        if (!due) {
+            if (!kEither.count(keyword) || timeline_)
+                return fail(line, keyword + " needs a time: at T or after D" +
+                                      (timeline_ ? std::string()
+                                                 : "; the setup takes display, app, front, "
+                                                   "focus and pointer"));
+            return readSetupAction(c, keyword, line);
+        }
+        Step step;
+        step.kind = timed->second;
+        step.line = line;
+        step.time = *due;
+        step.text = std::string(body);
+        if (!readStep(c, &step, next)) return false;
+        sc_->steps_.push_back(std::move(step));
+        return true;
+    }
+
+    bool expectEnd(Cursor& c, int line) {
+        if (c.atEnd()) return true;
+        return fail(line, "unexpected " + quoted(c.peekWord()) + " at the end of the line");
+    }
+
+    bool readEnd(Cursor& c, int line) {
+        double t = 0;
+        std::string how = c.word();
+        if (how.empty()) {
+            t = cursor_;
+        } else if (how == "at" || how == "after") {
+            if (!readTime(c, "end " + how, line, &t)) return false;
+            if (how == "after") t += cursor_;
+            if (t < cursor_ - kTimeSlack)
+                return fail(line, "end at " + timeText(t) + " comes before the last action at " +
+                                      seconds(cursor_));
+        } else {
+            return fail(line, "expected end, end at T or end after D");
+        }
+        if (!expectEnd(c, line)) return false;
+        sc_->endTime_ = t;
+        endLine_ = line;
+        return true;
+    }
+
+    bool readLabel(Cursor& c, int line, std::string* out) {
+        std::string why;
+        if (!c.label(out, &why)) return fail(line, why);
+        return true;
+    }
+
+    bool readNumber(Cursor& c, int line, const std::string& what, double* out) {
+        std::string why;
+        if (!c.number(out, what, &why)) return fail(line, why);
+        return true;
+    }
+
+    bool declare(const std::string& label, int line) {
+        auto [it, fresh] = declared_.emplace(label, line);
+        if (!fresh)
+            return fail(line, "label " + quoted("#" + label) + " is used twice (first at line " +
+                                  std::to_string(it->second) + ")");
+        return true;
+    }
+
+    // Lines indented under lines[*next - 1]: the tree text with two spaces less, blank and
+    // comment lines kept empty so that its line numbers map back to the file.
+    bool takeBlock(int headerLine, size_t* next, Scenario::Block* block,
+                   std::vector<TreeEntry>* entries) {
+        size_t end = *next;
+        for (size_t j = *next; j < lines_.size(); ++j) {
+            if (isCommentOrBlank(lines_[j])) continue;
+            if (!isBlank(lines_[j].front())) break;
+            end = j + 1;
+        }
+        std::string text;
+        for (size_t j = *next; j < end; ++j) {
+            std::string_view l = lines_[j];
+            if (isCommentOrBlank(l))
+                l = {};
+            else if (l.substr(0, 2) == "  ")
+                l.remove_prefix(2);
+            text.append(l);
+            text += '\n';
+        }
+        *next = end;
+        block->text = std::move(text);
+        block->firstLine = headerLine + 1;
+        SimTreeResult parsed = parseTreeText(block->text);
+        if (!parsed.ok()) return fail(treeFailure(*block, parsed, headerLine).line, parsed.error);
+        *entries = std::move(parsed.roots);
+        return true;
+    }
+
+    // Labels of a tree belong to the application of pid.
+    bool declareTree(const Scenario::Block& block, const std::vector<TreeEntry>& entries,
+                     pid_t pid) {
+        std::vector<std::pair<std::string, int>> labels;
+        collectTreeLabels(entries, &labels);
+        for (auto& [label, treeLine] : labels) {
+            if (!declare(label, block.firstLine + treeLine - 1)) return false;
+            if (pid) sc_->labels_[label] = Scenario::LabelInfo{pid, false};
+        }
+        return true;
+    }
+
+    bool readAppDecl(Cursor& c, int line, size_t* next, Scenario::AppDecl* app) {
+        app->line = line;
+        double pid;
+        std::string why;
+        if (!readLabel(c, line, &app->label) || !readNumber(c, line, "a process identifier", &pid))
+            return false;
+        if (pid <= 0 || pid != static_cast<pid_t>(pid))
+            return fail(line, "the process identifier must be a positive whole number");
+        app->pid = static_cast<pid_t>(pid);
+        app->bundleIdentifier = c.word();
+        if (app->bundleIdentifier.empty() || app->bundleIdentifier.front() == '"')
+            return fail(line, "expected a bundle identifier after the process identifier");
+        if (!c.string(&app->name, "the application's name in quotes", &why)) return fail(line, why);
+        if (!expectEnd(c, line) || !declare(app->label, line)) return false;
+        sc_->labels_[app->label] = Scenario::LabelInfo{app->pid, true};
+        std::vector<TreeEntry> entries;
+        return takeBlock(line, next, &app->tree, &entries) &&
+               declareTree(app->tree, entries, app->pid);
+    }
+
+    bool readApp(Cursor& c, int line, size_t* next) {
+        Scenario::AppDecl app;
+        if (!readAppDecl(c, line, next, &app)) return false;
+        for (auto& other : sc_->apps_)
+            if (other.pid == app.pid)
+                return fail(line, "pid " + std::to_string(app.pid) + " is taken by #" +
+                                      other.label + " (line " + std::to_string(other.line) + ")");
+        sc_->apps_.push_back(std::move(app));
+        return true;
+    }
+
+    bool readDisplay(Cursor& c, int line) {
+        TreeValue v;
+        std::string why;
+        std::string token = c.peekWord();
+        if (!c.value(&v, &why) || !v.value.is<Rect>() || v.isArray)
+            return fail(line, "expected display bounds [x y w h]" +
+                                  (token.empty() ? std::string() : ", found " + quoted(token)));
+        Rect bounds = *v.value.get<Rect>();
+        bool main = false;
+        if (!c.atEnd()) {
+            std::string w = c.word();
+            if (w != "main")
+                return fail(line, "unexpected " + quoted(w) +
+                                      " after the display bounds; only main may follow");
+            main = true;
+        }
+        if (!expectEnd(c, line)) return false;
+        if (bounds.size.width <= 0 || bounds.size.height <= 0)
+            return fail(line, "a display needs a positive width and height");
+        displayLines_.push_back(line);
+        auto id = static_cast<Displays::DisplayID>(sc_->displays_.size() + 1);
+        sc_->displays_.push_back(SimDisplays::Display{id, bounds});
+        if (main) {
+            if (mainLine_)
+                return fail(line, "a second main display (the first is at line " +
+                                      std::to_string(mainLine_) + ")");
+            mainLine_ = line;
+            sc_->mainDisplay_ = id;
+        }
+        return true;
+    }
+
+    bool readSetupAction(Cursor& c, const std::string& keyword, int line) {
+        if (keyword == "pointer") {
+            double x, y;
+            if (!readNumber(c, line, "x", &x) || !readNumber(c, line, "y", &y) ||
+                !expectEnd(c, line))
+                return false;
+            sc_->setupPointer_ = Point{x, y};
+            pointerLine_ = line;
+            return true;
+        }
+        std::string label;
+        if (!readLabel(c, line, &label) || !expectEnd(c, line)) return false;
+        if (keyword == "focus") {
+            sc_->setupFocus_.emplace_back(label, line);
+            return true;
+        }
+        if (frontLine_)
+            return fail(line,
+                        "front is given twice (first at line " + std::to_string(frontLine_) + ")");
+        frontLabel_ = label;
+        frontLine_ = line;
+        return true;
+    }
+
+    bool readStep(Cursor& c, Step* s, size_t* next) {
+        const int line = s->line;
+        std::string why;
+        if (s->kind != Kind::Pointer && s->kind != Kind::Launch && !readLabel(c, line, &s->target))
+            return false;
+        switch (s->kind) {
+            case Kind::Focus:
+            case Kind::Unfocus:
+            case Kind::Front:
+            case Kind::Quit:
+            case Kind::Destroy:
+                return expectEnd(c, line);
+            case Kind::Set: {
+                if (c.atEnd()) return fail(line, "set needs at least one key=value");
+                static const std::map<std::string, std::string> kRouted = {
+                    {"AXPosition", "move #name X Y"},
+                    {"AXSize", "resize #name W H"},
+                    {"AXFocused", "focus #name"},
+                };
+                while (!c.atEnd()) {
+                    std::string key;
+                    TreeValue v;
+                    if (!c.attribute(&key, &v, &why)) return fail(line, why);
+                    if (auto r = kRouted.find(key); r != kRouted.end())
+                        return fail(line, "set cannot change " + key + "; use " + r->second);
+                    s->attributes.emplace_back(key, std::move(v));
+                }
+                return true;
+            }
+            case Kind::Post: {
+                s->word = c.word();
+                bool valid =
+                    !s->word.empty() && std::all_of(s->word.begin(), s->word.end(), isNameChar);
+                if (!valid)
+                    return fail(line, "post needs a notification name, like AXTitleChanged");
+                return expectEnd(c, line);
+            }
+            case Kind::Launch:
+                return readAppDecl(c, line, next, &s->app);
+            case Kind::Move:
+                return readNumber(c, line, "x", &s->a) && readNumber(c, line, "y", &s->b) &&
+                       expectEnd(c, line);
+            case Kind::Resize:
+            case Kind::Select: {
+                bool isSize = s->kind == Kind::Resize;
+                if (!readNumber(c, line, isSize ? "a width" : "a location", &s->a) ||
+                    !readNumber(c, line, isSize ? "a height" : "a length", &s->b) ||
+                    !expectEnd(c, line))
+                    return false;
+                if (s->a < 0 || s->b < 0)
+                    return fail(line,
+                                isSize ? "a size is not negative" : "a text range is not negative");
+                if (!isSize && (s->a != static_cast<long>(s->a) || s->b != static_cast<long>(s->b)))
+                    return fail(line, "a text range counts whole characters");
+                return true;
+            }
+            case Kind::Type:
+                if (!c.string(&s->word, "the text to type in quotes", &why)) return fail(line, why);
+                return expectEnd(c, line);
+            case Kind::Pointer:
+                return readNumber(c, line, "x", &s->a) && readNumber(c, line, "y", &s->b) &&
+                       expectEnd(c, line);
+            case Kind::Add: {
+                if (!expectEnd(c, line)) return false;
+                std::vector<TreeEntry> entries;
+                if (!takeBlock(line, next, &s->tree, &entries)) return false;
+                if (entries.empty()) return fail(line, "add needs a tree indented under it");
+                // Owned by the parent's application; an unknown parent fails in the dry run.
+                auto parent = sc_->labels_.find(s->target);
+                return declareTree(s->tree, entries,
+                                   parent == sc_->labels_.end() ? 0 : parent->second.pid);
+            }
+        }
+        return true;
+    }
+
+    bool checkDisplays() {
+        auto& displays = sc_->displays_;
+        if (displays.empty()) {
+            displays.push_back(SimDisplays::Display{1, Rect(0, 0, 1440, 900)});
+            sc_->mainDisplay_ = 1;
+            return true;
+        }
+        if (!mainLine_) {
+            if (displays.size() > 1)
+                return fail(displayLines_[0], "several displays and none is main; mark one main");
+            mainLine_ = displayLines_[0];
+            sc_->mainDisplay_ = displays[0].id;
+        }
+        const Rect& main = displays[sc_->mainDisplay_ - 1].bounds;
+        if (main.origin.x != 0 || main.origin.y != 0)
+            return fail(mainLine_, "the main display has its top-left corner at 0 0");
+        for (size_t a = 0; a < displays.size(); ++a)
+            for (size_t b = 0; b < a; ++b)
+                if (!displays[a].bounds.intersection(displays[b].bounds).isEmpty())
+                    return fail(displayLines_[a], "the display overlaps the one at line " +
+                                                      std::to_string(displayLines_[b]));
+        return true;
+    }
+
+    // --- Dry run: the whole scenario on a private desktop, checking each action against the
+    // state it meets there.
+
+    bool onDisplay(Point p, int line) {
+        for (auto& d : sc_->displays_)
+            if (d.bounds.contains(p)) return true;
+        return fail(line, "the pointer at " + formatNumber(p.x) + " " + formatNumber(p.y) +
+                              " is on no display");
+    }
+
+    enum class Need { Any, Element, Application, Text };
+
+    SimNodePtr need(SimDesktop& desk, const std::string& label, Need what, const Step* step,
+                    int line, const std::string& action, char sigil = '#') {
+        std::string shown = quoted(sigil + label);
+        std::string when = step ? " at " + seconds(step->time) : " at the start";
+        SimNodePtr node;
+        if (!sc_->labels_.count(label)) {
+            fail(line, "unknown element " + shown);
+        } else if (auto g = gone_.find(label); g != gone_.end()) {
+            fail(line, shown + " is gone" + when + " (" + g->second + ")");
+        } else if (!(node = sc_->find(desk, label))) {
+            fail(line, shown + " does not exist yet" + when + " (it comes at line " +
+                           std::to_string(declared_[label]) + ")");
+        } else if (what == Need::Application && node->kind() != SimNode::Kind::Application) {
+            fail(line, action + " needs an application; " + shown + " is an element");
+            node = nullptr;
+        } else if (what != Need::Any && what != Need::Application &&
+                   node->kind() != SimNode::Kind::Element) {
+            fail(line, action + " needs an element; " + shown + " is an application");
+            node = nullptr;
+        } else if (what == Need::Text && !node->isText()) {
+            fail(line, action + " needs a text element; " + shown + " is " +
+                           (node->role().empty() ? "without a role" : "a " + node->role()));
+            node = nullptr;
+        }
+        return node;
+    }
+
+    void markGone(const SimNodePtr& node, const std::string& why) {
+        if (!node->label().empty()) gone_.emplace(node->label(), why);
+        for (auto& child : node->children()) markGone(child, why);
+    }
+
+    bool dryRun() {
+        auto desk = SimDesktop::create();
+        SetupFailure setup = applySetup(*desk, *sc_);
+        if (!setup.error.empty()) return fail(setup.line, setup.error);
+        for (auto& [label, line] : sc_->setupFocus_)
+            if (!need(*desk, label, Need::Element, nullptr, line, "focus")) return false;
+        if (sc_->setupPointer_ && !onDisplay(*sc_->setupPointer_, pointerLine_)) return false;
+
+        for (const Step& s : sc_->steps_) {
+            static const std::map<Kind, Need> kNeeds = {
+                {Kind::Focus, Need::Element},     {Kind::Unfocus, Need::Application},
+                {Kind::Set, Need::Any},           {Kind::Post, Need::Any},
+                {Kind::Front, Need::Application}, {Kind::Quit, Need::Application},
+                {Kind::Move, Need::Element},      {Kind::Resize, Need::Element},
+                {Kind::Type, Need::Text},         {Kind::Select, Need::Text},
+                {Kind::Add, Need::Any},           {Kind::Destroy, Need::Element},
+            };
+            std::string action = s.text.substr(0, s.text.find_first_of(" \t"));
+            SimNodePtr node;
+            if (auto n = kNeeds.find(s.kind); n != kNeeds.end()) {
+                node = need(*desk, s.target, n->second, &s, s.line, action);
+                if (!node) return false;
+            }
+            for (auto& [key, value] : s.attributes) {
+                std::vector<std::string> refs;
+                collectReferences(value, &refs);
+                for (auto& r : refs)
+                    if (!need(*desk, r, Need::Any, &s, s.line, action, '@')) return false;
+            }
+            if (s.kind == Kind::Pointer && !onDisplay(Point{s.a, s.b}, s.line)) return false;
+            if (s.kind == Kind::Launch && desk->application(s.app.pid))
+                return fail(s.line, "pid " + std::to_string(s.app.pid) + " already runs at " +
+                                        seconds(s.time));
+            if (s.kind == Kind::Quit) {
+                std::string why = "its application quits at line " + std::to_string(s.line);
+                gone_.emplace(s.target, why);
+                markGone(node, why);
+            }
+            if (s.kind == Kind::Destroy)
+                markGone(node, "destroyed at line " + std::to_string(s.line));
+
+            Outcome done = playStep(*desk, *sc_, s);
+            if (!done.note.empty()) return fail(done.line ? done.line : s.line, done.note);
+        }
+        return true;
+    }
+
+  public:
+    // Shared with applyScenarioSetup: the dry run must start exactly where a real play does.
+    static SetupFailure applySetup(SimDesktop& desk, const Scenario& sc) {
+        for (auto& app : sc.apps_)
+            if (desk.application(app.pid))
+                return {app.line,
+                        "pid " + std::to_string(app.pid) + " already runs on the desktop"};
+        desk.displays().setDisplays(sc.displays_, sc.mainDisplay_);
+        for (auto& decl : sc.apps_) {
+            SimApp& app = desk.addApplication(decl.pid, decl.bundleIdentifier, decl.name);
+            auto loaded = app.load(decl.tree.text);
+            if (!loaded.ok()) {
+                Outcome o = treeFailure(decl.tree, loaded, decl.line);
+                return {o.line, o.note};
+            }
+        }
+        // A desktop that already had a front application gets a switch.
+        if (!sc.apps_.empty() && desk.frontmost() != desk.application(sc.apps_[0].pid))
+            desk.activate(sc.apps_[0].pid);
+        for (auto& [label, line] : sc.setupFocus_)
+            if (auto node = sc.find(desk, label); node && node->kind() == SimNode::Kind::Element)
+                desk.focus(node);
+        if (sc.setupPointer_) desk.displays().setMouseLocationTopLeft(*sc.setupPointer_);
+        return {};
+    }
+
+  private:
+    std::shared_ptr<Scenario> sc_;
+    std::vector<std::string_view> lines_;
+    std::string error_;
+    int errorLine_ = 0;
+
+    double cursor_ = 0;
+    bool timeline_ = false;
+    int endLine_ = 0;
+    std::string frontLabel_;
+    int frontLine_ = 0;
+    int mainLine_ = 0;
+    int pointerLine_ = 0;
+    std::vector<int> displayLines_;
+    std::map<std::string, int> declared_;
+    std::map<std::string, std::string> gone_;
+};
+
+ScenarioParse parseScenario(std::string_view text, const std::string& fileName) {
+    return ScenarioParser(text, fileName).run();
+}
+
+ScenarioParse loadScenarioFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        ScenarioParse out;
+        out.error = path + ": cannot be read";
+        return out;
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    return parseScenario(text.str(), path);
+}
+
+std::string applyScenarioSetup(SimDesktop& desk, const Scenario& scenario) {
+    SetupFailure f = ScenarioParser::applySetup(desk, scenario);
+    if (f.error.empty()) return {};
+    return scenario.fileName() + ":" + std::to_string(f.line) + ": " + f.error;
+}
+
+// --- Player
+
+struct ScenarioPlayer::State : std::enable_shared_from_this<State> {
+    std::weak_ptr<SimDesktop> desk;
+    std::shared_ptr<const Scenario> scenario;
+    std::function<void(const Event&)> onEvent;
+    std::function<void()> onEnd;
+    double start = 0;
+    size_t next = 0;
+    bool started = false;
+    bool playing = false;
+    bool ended = false;
+    TimerRef timer;
+
+    // One action per timer, each due time measured from the start so a real loop does not
+    // drift, and actions due together still run on separate turns in file order: what the
+    // first one posted is delivered before the second happens.
+    void scheduleNext(SimDesktop& d) {
+        const auto& steps = scenario->steps_;
+        double due = next < steps.size() ? steps[next].time : scenario->endTime();
+        double delay = std::max(0.0, start + due - d.loop().now());
+        timer = d.loop().scheduleTimer(delay, false, [weak = weak_from_this()](Timer&) {
+            if (auto self = weak.lock()) self->fire();
+        });
+    }
+
+    void fire() {
+        timer.reset();
+        auto d = desk.lock();
+        if (!playing || !d) return;
+        const auto& steps = scenario->steps_;
+        if (next < steps.size()) {
+            const Step& s = steps[next++];
+            Outcome done = playStep(*d, *scenario, s);
+            std::string text = s.text;
+            if (!done.note.empty())
+                text += " (" + done.note +
+                        (done.line && done.line != s.line ? " at line " + std::to_string(done.line)
+                                                          : "") +
+                        ")";
+            if (onEvent) onEvent(Event{s.time, s.line, text});
+            if (playing) scheduleNext(*d);
+            return;
+        }
+        playing = false;
+        ended = true;
+        if (onEvent) onEvent(Event{scenario->endTime(), scenario->endLine_, "end"});
+        if (onEnd) onEnd();
+    }
+};
+
+ScenarioPlayer::ScenarioPlayer(std::shared_ptr<SimDesktop> desk,
+                               std::shared_ptr<const Scenario> scenario)
+    : state_(std::make_shared<State>()) {
+    state_->desk = desk;
+    state_->scenario = std::move(scenario);
+}
+
+ScenarioPlayer::~ScenarioPlayer() {
+    stop();
+}
+
+void ScenarioPlayer::setOnEvent(std::function<void(const Event&)> callback) {
+    state_->onEvent = std::move(callback);
+}
+
+void ScenarioPlayer::setOnEnd(std::function<void()> callback) {
+    state_->onEnd = std::move(callback);
+}
+
+void ScenarioPlayer::start() {
+    auto desk = state_->desk.lock();
+    if (state_->started || !desk || !state_->scenario) return;
+    state_->started = true;
+    state_->playing = true;
+    state_->start = desk->loop().now();
+    state_->scheduleNext(*desk);
+}
+
+void ScenarioPlayer::stop() {
+    state_->playing = false;
+    if (state_->timer) state_->timer->invalidate();
+    state_->timer.reset();
+}
+
+bool ScenarioPlayer::isPlaying() const {
+    return state_->playing;
+}
+
+bool ScenarioPlayer::hasEnded() const {
+    return state_->ended;
+}
+
+size_t ScenarioPlayer::actionsPlayed() const {
+    return state_->next;
+}
+
+}  // namespace orv::sim
