@@ -24,6 +24,11 @@ bool isRole(const std::optional<std::string>& actual, const std::string& wanted)
     return actual && *actual == wanted;
 }
 
+// The log formatter would print an enum as a boolean.
+int code(AXError error) {
+    return static_cast<int>(error);
+}
+
 // A nil string prints as "(null)", as the log and path formats expect.
 FormatArg nilable(const std::optional<std::string>& s) {
     return s ? FormatArg(*s) : FormatArg(nullptr);
@@ -59,7 +64,8 @@ ORVAXElementRef ORVAXElement::newForApplication(pid_t pid) {
 
 ORVAXElementRef ORVAXElement::newForApplicationWithBundleIdentifier(
     const std::string& bundleIdentifier) {
-    const auto apps = platform().workspace->runningApplicationsWithBundleIdentifier(bundleIdentifier);
+    const auto apps =
+        platform().workspace->runningApplicationsWithBundleIdentifier(bundleIdentifier);
     if (apps.empty()) return nullptr;
     return newForApplication(apps.front().pid);
 }
@@ -107,7 +113,7 @@ ORVAXElementRef ORVAXElement::getElementAttribute(const std::string& attribute) 
     if (err != kAXErrorSuccess) {
         if (err != kAXErrorNoValue && err != kAXErrorAttributeUnsupported)
             OrvLogger::addWarningMessageWithFormat("getElementAttribute:%@ failed - %d", attribute,
-                                                   err);
+                                                   code(err));
         return nullptr;
     }
     const auto* ref = value.get<AXUIElementRef>();
@@ -118,7 +124,8 @@ std::optional<AXValue> ORVAXElement::getValueAttribute(const std::string& attrib
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, attribute, &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getValueAttribute:%@ failed - %d", attribute, err);
+        OrvLogger::addWarningMessageWithFormat("getValueAttribute:%@ failed - %d", attribute,
+                                               code(err));
         return std::nullopt;
     }
     if (value.isNone()) return std::nullopt;
@@ -132,7 +139,7 @@ std::optional<AXValue> ORVAXElement::getValueAttribute(const std::string& attrib
         axAPI().copyParameterizedAttributeValue(element_, attribute, parameter, &value);
     if (err != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat("getValueAttribute:%@ forParameter:%@ failed - %d",
-                                               attribute, parameter, err);
+                                               attribute, parameter, code(err));
         return std::nullopt;
     }
     if (value.isNone()) return std::nullopt;
@@ -145,7 +152,7 @@ std::optional<AXValue> ORVAXElement::copyStringAttributeValue(const std::string&
     if (err != kAXErrorSuccess) {
         if (err != kAXErrorNoValue && err != kAXErrorAttributeUnsupported)
             OrvLogger::addWarningMessageWithFormat("getStringAttribute:%@ failed - %d", attribute,
-                                                   err);
+                                                   code(err));
         return std::nullopt;
     }
     if (value.isNone()) return std::nullopt;
@@ -166,7 +173,7 @@ std::optional<std::string> ORVAXElement::getStringAttribute(const std::string& a
         axAPI().copyParameterizedAttributeValue(element_, attribute, parameter, &value);
     if (err != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat("getStringAttribute:%@ forParameter:%@ failed - %d",
-                                               attribute, parameter, err);
+                                               attribute, parameter, code(err));
         return std::nullopt;
     }
     if (value.isNone()) return std::nullopt;
@@ -178,13 +185,14 @@ bool ORVAXElement::getBooleanAttribute(const std::string& attribute, bool* out) 
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, attribute, &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getBoolAttribute:%@ failed - %d", attribute, err);
+        OrvLogger::addWarningMessageWithFormat("getBoolAttribute:%@ failed - %d", attribute,
+                                               code(err));
         return false;
     }
     const bool* b = value.get<bool>();
     if (!b) {
-        OrvLogger::addWarningMessageWithFormat("getBooleanAttribute:%@ returned unexpected type - %lu",
-                                               attribute, value.typeID());
+        OrvLogger::addWarningMessageWithFormat(
+            "getBooleanAttribute:%@ returned unexpected type - %lu", attribute, value.typeID());
         return false;
     }
     if (out) *out = *b;
@@ -196,7 +204,8 @@ Range ORVAXElement::getRangeAttribute(const std::string& attribute) {
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, attribute, &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getRangeAttribute:%@ failed - %d", attribute, err);
+        OrvLogger::addWarningMessageWithFormat("getRangeAttribute:%@ failed - %d", attribute,
+                                               code(err));
         return range;
     }
     if (const auto* r = value.get<Range>()) range = *r;
@@ -210,7 +219,7 @@ Range ORVAXElement::getRangeAttribute(const std::string& attribute, const AXValu
         axAPI().copyParameterizedAttributeValue(element_, attribute, parameter, &value);
     if (err != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat("getRangeAttribute:%@ forParameter:%@ failed - %d",
-                                               attribute, parameter, err);
+                                               attribute, parameter, code(err));
         return range;
     }
     if (const auto* r = value.get<Range>()) range = *r;
@@ -221,7 +230,8 @@ bool ORVAXElement::getPointAttribute(const std::string& attribute, Point* out) {
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, attribute, &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getPointAttribute:%@ failed - %d", attribute, err);
+        OrvLogger::addWarningMessageWithFormat("getPointAttribute:%@ failed - %d", attribute,
+                                               code(err));
         return false;
     }
     const auto* p = value.get<Point>();
@@ -234,7 +244,8 @@ bool ORVAXElement::getSizeAttribute(const std::string& attribute, Size* out) {
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, attribute, &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getSizeAttribute:%@ failed - %d", attribute, err);
+        OrvLogger::addWarningMessageWithFormat("getSizeAttribute:%@ failed - %d", attribute,
+                                               code(err));
         return false;
     }
     const auto* s = value.get<Size>();
@@ -249,7 +260,7 @@ Rect ORVAXElement::getRectAttribute(const std::string& attribute, const AXValue&
         axAPI().copyParameterizedAttributeValue(element_, attribute, parameter, &value);
     if (err != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat("getRectAttribute:%@ forParameter:%@ failed - %d",
-                                               attribute, parameter, err);
+                                               attribute, parameter, code(err));
         return Rect();
     }
     const auto* r = value.get<Rect>();
@@ -262,7 +273,7 @@ Rect ORVAXElement::getRectAttributeForRange(const std::string& attribute, const 
         axAPI().copyParameterizedAttributeValue(element_, attribute, AXValue(range), &value);
     if (err != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat("getRectAttribute:%@ forRange:(%d,%d) failed - %d",
-                                               attribute, range.location, range.length, err);
+                                               attribute, range.location, range.length, code(err));
         return Rect();
     }
     const auto* r = value.get<Rect>();
@@ -275,7 +286,7 @@ std::optional<ORVAXElementArray> ORVAXElement::getElementArrayAttribute(
     const AXError err = axAPI().copyAttributeValue(element_, attribute, &value);
     if (err != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat("getElementArrayAttribute:%@ failed - %d", attribute,
-                                               err);
+                                               code(err));
         return std::nullopt;
     }
     const auto* items = value.get<AXArray>();
@@ -292,10 +303,18 @@ std::optional<ORVAXElementArray> ORVAXElement::getElementArrayAttribute(
 
 // --- Named getters ---
 
-ORVAXElementRef ORVAXElement::getParent() { return getElementAttribute(kAXParent); }
-ORVAXElementRef ORVAXElement::getFocusedWindow() { return getElementAttribute("AXFocusedWindow"); }
-ORVAXElementRef ORVAXElement::getMenuBar() { return getElementAttribute("AXMenuBar"); }
-ORVAXElementRef ORVAXElement::getExtrasMenuBar() { return getElementAttribute("AXExtrasMenuBar"); }
+ORVAXElementRef ORVAXElement::getParent() {
+    return getElementAttribute(kAXParent);
+}
+ORVAXElementRef ORVAXElement::getFocusedWindow() {
+    return getElementAttribute("AXFocusedWindow");
+}
+ORVAXElementRef ORVAXElement::getMenuBar() {
+    return getElementAttribute("AXMenuBar");
+}
+ORVAXElementRef ORVAXElement::getExtrasMenuBar() {
+    return getElementAttribute("AXExtrasMenuBar");
+}
 
 std::optional<std::string> ORVAXElement::cachedString(std::optional<std::string>& field,
                                                       const std::string& attribute) {
@@ -305,22 +324,34 @@ std::optional<std::string> ORVAXElement::cachedString(std::optional<std::string>
     return field;
 }
 
-std::optional<std::string> ORVAXElement::getRole() { return cachedString(role_, kAXRole); }
-std::optional<std::string> ORVAXElement::getSubrole() { return cachedString(subrole_, "AXSubrole"); }
+std::optional<std::string> ORVAXElement::getRole() {
+    return cachedString(role_, kAXRole);
+}
+std::optional<std::string> ORVAXElement::getSubrole() {
+    return cachedString(subrole_, "AXSubrole");
+}
 std::optional<std::string> ORVAXElement::getRoleDescription() {
     return cachedString(roleDescription_, "AXRoleDescription");
 }
-std::optional<std::string> ORVAXElement::getTitle() { return cachedString(title_, kAXTitle); }
+std::optional<std::string> ORVAXElement::getTitle() {
+    return cachedString(title_, kAXTitle);
+}
 std::optional<std::string> ORVAXElement::getDescription() {
     return cachedString(description_, "AXDescription");
 }
-std::optional<std::string> ORVAXElement::getHelp() { return cachedString(help_, "AXHelp"); }
-std::optional<std::string> ORVAXElement::getValue() { return cachedString(value_, "AXValue"); }
+std::optional<std::string> ORVAXElement::getHelp() {
+    return cachedString(help_, "AXHelp");
+}
+std::optional<std::string> ORVAXElement::getValue() {
+    return cachedString(value_, "AXValue");
+}
 std::optional<std::string> ORVAXElement::getValueDescription() {
     return cachedString(valueDescription_, "AXValueDescription");
 }
 
-std::optional<std::string> ORVAXElement::getTextValue() { return getStringAttribute("AXValue"); }
+std::optional<std::string> ORVAXElement::getTextValue() {
+    return getStringAttribute("AXValue");
+}
 
 std::optional<std::string> ORVAXElement::getMenuItemCmdChar() {
     return getStringAttribute("AXMenuItemCmdChar");
@@ -335,7 +366,7 @@ std::optional<AXValue> ORVAXElement::getMenuItemCmdGlyph() {
     const AXError err = axAPI().copyAttributeValue(element_, "AXMenuItemCmdGlyph", &value);
     if (err != kAXErrorSuccess) {
         if (err != kAXErrorNoValue)
-            OrvLogger::addWarningMessageWithFormat("getMenuItemCmdGlyph failed - %d", err);
+            OrvLogger::addWarningMessageWithFormat("getMenuItemCmdGlyph failed - %d", code(err));
         return std::nullopt;
     }
     if (value.isNone()) return std::nullopt;
@@ -346,7 +377,7 @@ int64_t ORVAXElement::getNumberOfCharacters() {
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, "AXNumberOfCharacters", &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getNumberOfCharacters failed - %d", err);
+        OrvLogger::addWarningMessageWithFormat("getNumberOfCharacters failed - %d", code(err));
         return -1;
     }
     if (const auto* i = value.get<int64_t>()) return *i;
@@ -358,7 +389,8 @@ std::optional<long> ORVAXElement::getInsertionPointLineNumber() {
     AXValue value;
     const AXError err = axAPI().copyAttributeValue(element_, "AXInsertionPointLineNumber", &value);
     if (err != kAXErrorSuccess) {
-        OrvLogger::addWarningMessageWithFormat("getInsertionPointLineNumber failed - %d", err);
+        OrvLogger::addWarningMessageWithFormat("getInsertionPointLineNumber failed - %d",
+                                               code(err));
         return std::nullopt;
     }
     if (const auto* i = value.get<int64_t>()) return static_cast<long>(*i);
@@ -366,7 +398,9 @@ std::optional<long> ORVAXElement::getInsertionPointLineNumber() {
     return std::nullopt;
 }
 
-Range ORVAXElement::getSelectedTextRange() { return getRangeAttribute("AXSelectedTextRange"); }
+Range ORVAXElement::getSelectedTextRange() {
+    return getRangeAttribute("AXSelectedTextRange");
+}
 
 Range ORVAXElement::getRangeForLine(long line) {
     return getRangeAttribute("AXRangeForLine", AXValue(line));
@@ -606,7 +640,9 @@ void ORVAXElement::setMessagingTimeout(float seconds) {
     axAPI().setMessagingTimeout(element_, seconds);
 }
 
-void ORVAXElement::setEnhancedUserInterface() { retrySetEnhancedUserInterface(nullptr); }
+void ORVAXElement::setEnhancedUserInterface() {
+    retrySetEnhancedUserInterface(nullptr);
+}
 
 void ORVAXElement::retrySetEnhancedUserInterface(Timer* timer) {
     const pid_t pid = getPid();
@@ -618,7 +654,7 @@ void ORVAXElement::retrySetEnhancedUserInterface(Timer* timer) {
     if (settable != kAXErrorSuccess) {
         OrvLogger::addWarningMessageWithFormat(
             "ORVAXElement -retrySetEnhancedUserInterface: AXEnhancedUserInterface not settable: %d",
-            settable);
+            code(settable));
         return;
     }
     const AXError err = axAPI().setAttributeValue(app, attribute, AXValue(true));

@@ -29,8 +29,8 @@
 #include "Common/Geometry.h"
 #include "Common/ORVMulticastBlock.h"
 #include "accessibility/element/ORVAXEvent.h"
-#include "platform/Accessibility.h"
 #include "platform/AXTypes.h"
+#include "platform/Accessibility.h"
 #include "platform/Desktop.h"
 #include "platform/MainLoop.h"
 
@@ -45,14 +45,15 @@ using ORVAXSubscription = ORVAXEventHandlers::Token;
 class ORVAXElement : public std::enable_shared_from_this<ORVAXElement> {
     struct Passkey {};
 
-public:
+  public:
     // --- Creation: a new wrapper, or nullptr. ---
 
     // Null for a null reference: a wrapper always holds an element.
     static ORVAXElementRef newForElement(AXUIElementRef element);
     static ORVAXElementRef newForApplication(pid_t pid);
     // The first running application with that bundle identifier; nullptr when none runs.
-    static ORVAXElementRef newForApplicationWithBundleIdentifier(const std::string& bundleIdentifier);
+    static ORVAXElementRef newForApplicationWithBundleIdentifier(
+        const std::string& bundleIdentifier);
     // Hit test at a point in agent coordinates.
     static ORVAXElementRef newAtPosition(const Point& point);
     // Shared, with a 0.25 s messaging timeout. Made again when another platform is installed.
@@ -78,7 +79,8 @@ public:
     // NoValue and AttributeUnsupported are silent.
     ORVAXElementRef getElementAttribute(const std::string& attribute);
     std::optional<AXValue> getValueAttribute(const std::string& attribute);
-    std::optional<AXValue> getValueAttribute(const std::string& attribute, const AXValue& parameter);
+    std::optional<AXValue> getValueAttribute(const std::string& attribute,
+                                             const AXValue& parameter);
     // Any value reads as its text (the type is not checked). NoValue and AttributeUnsupported
     // are silent.
     std::optional<std::string> getStringAttribute(const std::string& attribute);
@@ -215,9 +217,10 @@ public:
     template <typename T>
     ORVAXSubscription observe(const std::string& notification, std::shared_ptr<T> target,
                               void (T::*selector)(const ORVAXEventRef&)) {
-        return observe(notification, [target = std::move(target), selector](const ORVAXEventRef& e) {
-            if (target && selector) ((*target).*selector)(e);
-        });
+        return observe(notification,
+                       [target = std::move(target), selector](const ORVAXEventRef& e) {
+                           if (target && selector) ((*target).*selector)(e);
+                       });
     }
     template <typename T>
     ORVAXSubscription observe(const std::string& notification, std::shared_ptr<T> target,
@@ -230,7 +233,7 @@ public:
     // Removes the subscriber only; the platform registration stays until the wrapper goes.
     void unobserve(const std::string& notification, const ORVAXSubscription& token);
 
-private:
+  private:
     // Shared body of the string reads: the raw value, with their silent errors and warning.
     std::optional<AXValue> copyStringAttributeValue(const std::string& attribute);
     std::optional<std::string> cachedString(std::optional<std::string>& field,

@@ -9,7 +9,7 @@ using ORVAXElementRef = std::shared_ptr<ORVAXElement>;
 
 // One delivered accessibility notification.
 class ORVAXEvent {
-public:
+  public:
     ORVAXEvent(ORVAXElementRef context, ORVAXElementRef data)
         : context_(std::move(context)), data_(std::move(data)) {}
 
@@ -20,7 +20,7 @@ public:
     // named no element.
     const ORVAXElementRef& data() const { return data_; }
 
-private:
+  private:
     ORVAXElementRef context_;
     ORVAXElementRef data_;
 };
