@@ -20,7 +20,7 @@ concept Describable = requires(const T& t) {
 };
 
 class FormatArg {
-public:
+  public:
     enum class Kind { Null, String, Int, UInt, Double, Pointer };
 
     FormatArg() : kind_(Kind::Null) {}
@@ -35,18 +35,24 @@ public:
     template <std::signed_integral T>
     FormatArg(T v) : kind_(Kind::Int), i_(static_cast<int64_t>(v)) {}
     template <std::unsigned_integral T>
-        requires(!std::same_as<T, bool>)
-    FormatArg(T v) : kind_(Kind::UInt), u_(static_cast<uint64_t>(v)) {}
+    requires(!std::same_as<T, bool>) FormatArg(T v)
+        : kind_(Kind::UInt), u_(static_cast<uint64_t>(v)) {}
     template <std::floating_point T>
     FormatArg(T v) : kind_(Kind::Double), d_(static_cast<double>(v)) {}
+    // Enumerations print as their numbers (an error code, not a truth value).
+    template <typename T>
+    requires std::is_enum_v<T> FormatArg(T v) : kind_(Kind::Int), i_(static_cast<int64_t>(v)) {}
 
     template <Describable T>
     FormatArg(const T& obj) : kind_(Kind::String), str_(obj.description()) {}
     template <Describable T>
     FormatArg(const std::shared_ptr<T>& obj)
-        : kind_(obj ? Kind::String : Kind::Null), str_(obj ? std::string(obj->description()) : "") {}
+        : kind_(obj ? Kind::String : Kind::Null),
+          str_(obj ? std::string(obj->description()) : "") {}
     template <Describable T>
-    FormatArg(T* obj) : kind_(obj ? Kind::String : Kind::Null), str_(obj ? std::string(obj->description()) : "") {}
+    FormatArg(T* obj)
+        : kind_(obj ? Kind::String : Kind::Null),
+          str_(obj ? std::string(obj->description()) : "") {}
 
     // Any other pointer is printed by address ("%p").
     FormatArg(const void* p) : kind_(p ? Kind::Pointer : Kind::Null), p_(p) {}
@@ -61,7 +67,7 @@ public:
     // What "%@" prints for this argument.
     std::string objectText() const;
 
-private:
+  private:
     Kind kind_;
     std::string str_;
     int64_t i_ = 0;

@@ -19,7 +19,9 @@ std::optional<OSVersion>& cachedVersion() {
 }
 }  // namespace
 
-void ORVAXAppDelegate::resetCachedVersionForTesting() { cachedVersion().reset(); }
+void ORVAXAppDelegate::resetCachedVersionForTesting() {
+    cachedVersion().reset();
+}
 
 void ORVAXAppDelegate::attach() {
     auto& host = *platform().app;
@@ -40,7 +42,8 @@ std::vector<std::string> ORVAXAppDelegate::splitBlacklist(const std::string& val
     size_t start = 0;
     for (;;) {
         size_t comma = value.find(',', start);
-        items.push_back(value.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+        items.push_back(
+            value.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
         if (comma == std::string::npos) break;
         start = comma + 1;
     }
@@ -87,7 +90,9 @@ void ORVAXAppDelegate::applicationDidFinishLaunching() {
     ORVAXAppTracker::setEnhancedUserInterfaceBlacklist(splitBlacklist(value));
 }
 
-void ORVAXAppDelegate::applicationDidBecomeActive() { platform().app->hide(); }
+void ORVAXAppDelegate::applicationDidBecomeActive() {
+    platform().app->hide();
+}
 
 bool ORVAXAppDelegate::applicationShouldTerminate() {
     // The command processor's port is closed here once it exists.

@@ -8,7 +8,7 @@ namespace orv {
 
 // Starts the agent in a fixed order on the main loop and ends it cleanly.
 class ORVAXAppDelegate {
-public:
+  public:
     static constexpr const char* kBlacklistKey = "setEnhancedUserInterfaceBlacklist";
     static constexpr const char* kBlacklistDefault = "com.intuit.QuickBooks2014";
     static constexpr const char* kLogOnlyArgument = "-NSDocumentRevisionsDebugMode";

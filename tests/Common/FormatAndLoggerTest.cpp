@@ -19,6 +19,8 @@ TEST(Format, ConversionsThePhrasesAndLogLinesUse) {
     EXPECT_EQ(format("%s=%%", "pct"), "pct=%");
     EXPECT_EQ(format("%2$@ %1$@", "world", "hello"), "hello world");
     EXPECT_EQ(format("%08lu", 1UL), "00000001");
+    enum Code : int32_t { kSome = -25204 };
+    EXPECT_EQ(format("failed - %d (%@)", kSome, kSome), "failed - -25204 (-25204)");
 }
 
 TEST(Format, ObjectsDescribeThemselvesAndNullIsSaidSo) {
