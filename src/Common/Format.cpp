@@ -16,11 +16,16 @@ std::string formatNumber(double v) {
 
 std::string FormatArg::objectText() const {
     switch (kind_) {
-        case Kind::Null: return "(null)";
-        case Kind::String: return str_;
-        case Kind::Int: return std::to_string(i_);
-        case Kind::UInt: return std::to_string(u_);
-        case Kind::Double: return formatNumber(d_);
+        case Kind::Null:
+            return "(null)";
+        case Kind::String:
+            return str_;
+        case Kind::Int:
+            return std::to_string(i_);
+        case Kind::UInt:
+            return std::to_string(u_);
+        case Kind::Double:
+            return formatNumber(d_);
         case Kind::Pointer: {
             char buf[32];
             std::snprintf(buf, sizeof buf, "%p", p_);
@@ -120,19 +125,27 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
         auto asInt = [&]() -> long long {
             if (!arg) return 0;
             switch (arg->kind()) {
-                case FormatArg::Kind::Int: return arg->i();
-                case FormatArg::Kind::UInt: return static_cast<long long>(arg->u());
-                case FormatArg::Kind::Double: return static_cast<long long>(arg->d());
-                default: return 0;
+                case FormatArg::Kind::Int:
+                    return arg->i();
+                case FormatArg::Kind::UInt:
+                    return static_cast<long long>(arg->u());
+                case FormatArg::Kind::Double:
+                    return static_cast<long long>(arg->d());
+                default:
+                    return 0;
             }
         };
         auto asDouble = [&]() -> double {
             if (!arg) return 0;
             switch (arg->kind()) {
-                case FormatArg::Kind::Int: return static_cast<double>(arg->i());
-                case FormatArg::Kind::UInt: return static_cast<double>(arg->u());
-                case FormatArg::Kind::Double: return arg->d();
-                default: return 0;
+                case FormatArg::Kind::Int:
+                    return static_cast<double>(arg->i());
+                case FormatArg::Kind::UInt:
+                    return static_cast<double>(arg->u());
+                case FormatArg::Kind::Double:
+                    return arg->d();
+                default:
+                    return 0;
             }
         };
 
@@ -145,8 +158,9 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
                 out.append(pad(arg->objectText(), flags, width, -1));
                 break;
             case 's':
-                out.append(pad(arg->kind() == FormatArg::Kind::String ? arg->str() : arg->objectText(),
-                               flags, width, precision));
+                out.append(
+                    pad(arg->kind() == FormatArg::Kind::String ? arg->str() : arg->objectText(),
+                        flags, width, precision));
                 break;
             case 'd':
             case 'i':
@@ -172,8 +186,9 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
                 out.append(printfOne(spec + conv, asDouble()));
                 break;
             case 'p':
-                out.append(arg->kind() == FormatArg::Kind::Pointer ? printfOne(std::string("%p"), arg->p())
-                                                                   : arg->objectText());
+                out.append(arg->kind() == FormatArg::Kind::Pointer
+                               ? printfOne(std::string("%p"), arg->p())
+                               : arg->objectText());
                 break;
             default:
                 // Unknown conversions are printed as written, never interpreted.

@@ -11,19 +11,35 @@ namespace orv {
 namespace {
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-std::string num(double v) { return formatNumber(v); }
+std::string num(double v) {
+    return formatNumber(v);
+}
 }  // namespace
 
-Rect Rect::null() { return Rect(kInf, kInf, 0, 0); }
+Rect Rect::null() {
+    return Rect(kInf, kInf, 0, 0);
+}
 
-bool Rect::isNull() const { return origin.x == kInf || origin.y == kInf; }
+bool Rect::isNull() const {
+    return origin.x == kInf || origin.y == kInf;
+}
 
-bool Rect::isEmpty() const { return isNull() || size.width <= 0 || size.height <= 0; }
+bool Rect::isEmpty() const {
+    return isNull() || size.width <= 0 || size.height <= 0;
+}
 
-double Rect::minX() const { return size.width < 0 ? origin.x + size.width : origin.x; }
-double Rect::minY() const { return size.height < 0 ? origin.y + size.height : origin.y; }
-double Rect::maxX() const { return size.width < 0 ? origin.x : origin.x + size.width; }
-double Rect::maxY() const { return size.height < 0 ? origin.y : origin.y + size.height; }
+double Rect::minX() const {
+    return size.width < 0 ? origin.x + size.width : origin.x;
+}
+double Rect::minY() const {
+    return size.height < 0 ? origin.y + size.height : origin.y;
+}
+double Rect::maxX() const {
+    return size.width < 0 ? origin.x : origin.x + size.width;
+}
+double Rect::maxY() const {
+    return size.height < 0 ? origin.y : origin.y + size.height;
+}
 
 Rect Rect::standardized() const {
     if (isNull()) return *this;
@@ -68,12 +84,18 @@ std::string Rect::toString() const {
     return "{" + orv::toString(origin) + ", " + orv::toString(size) + "}";
 }
 
-std::string toString(const Point& p) { return "{" + num(p.x) + ", " + num(p.y) + "}"; }
-std::string toString(const Size& s) { return "{" + num(s.width) + ", " + num(s.height) + "}"; }
+std::string toString(const Point& p) {
+    return "{" + num(p.x) + ", " + num(p.y) + "}";
+}
+std::string toString(const Size& s) {
+    return "{" + num(s.width) + ", " + num(s.height) + "}";
+}
 std::string toString(const Range& r) {
     return "{" + std::to_string(r.location) + ", " + std::to_string(r.length) + "}";
 }
 
-double roundHalfAwayFromZero(double v) { return std::round(v); }
+double roundHalfAwayFromZero(double v) {
+    return std::round(v);
+}
 
 }  // namespace orv

@@ -19,7 +19,7 @@ namespace orv {
 // Owned through shared_ptr so that a posted retry keeps the set alive.
 template <typename T, typename Hash = std::hash<T>>
 class MFThreadSafeSet : public std::enable_shared_from_this<MFThreadSafeSet<T, Hash>> {
-public:
+  public:
     using Action = std::function<void(const T& object, const std::shared_ptr<void>& context)>;
     using Predicate = std::function<bool(const T& object)>;
 
@@ -73,7 +73,7 @@ public:
     // For tests of the retry path: hold the lock from another thread.
     std::mutex& accessLock() { return accessLock_; }
 
-private:
+  private:
     MFThreadSafeSet() = default;
 
     void retry(std::function<void(MFThreadSafeSet&)> op) {

@@ -9,8 +9,8 @@ NotificationCenter& NotificationCenter::defaultCenter() {
     return center;
 }
 
-NotificationCenter::Token NotificationCenter::addObserver(const std::string& name, const void* object,
-                                                          Callback callback) {
+NotificationCenter::Token NotificationCenter::addObserver(const std::string& name,
+                                                          const void* object, Callback callback) {
     std::lock_guard lock(mutex_);
     Token t = next_++;
     entries_.push_back(Entry{t, name, object, std::move(callback)});
@@ -32,7 +32,8 @@ void NotificationCenter::post(const Notification& n) {
     {
         std::lock_guard lock(mutex_);
         for (auto& e : entries_)
-            if (e.name == n.name && (!e.object || e.object == n.object)) targets.push_back(e.callback);
+            if (e.name == n.name && (!e.object || e.object == n.object))
+                targets.push_back(e.callback);
     }
     for (auto& cb : targets) cb(n);
 }

@@ -20,7 +20,7 @@ struct Notification {
 };
 
 class NotificationCenter {
-public:
+  public:
     using Token = uint64_t;
     using Callback = std::function<void(const Notification&)>;
 
@@ -31,10 +31,12 @@ public:
     void removeObserver(Token token);
     void removeAll();
     void post(const Notification& notification);
-    void post(const std::string& name, const void* object = nullptr) { post(Notification{name, object, {}}); }
+    void post(const std::string& name, const void* object = nullptr) {
+        post(Notification{name, object, {}});
+    }
     size_t observerCount(const std::string& name) const;
 
-private:
+  private:
     struct Entry {
         Token token;
         std::string name;

@@ -11,7 +11,7 @@ namespace orv {
 // add() returns is the stored callback itself and is what remove() takes back. Main thread only.
 template <typename Arg>
 class ORVMulticastBlock {
-public:
+  public:
     using Block = std::function<void(Arg)>;
     using Token = std::shared_ptr<const Block>;
 
@@ -41,7 +41,7 @@ public:
     size_t count() const { return blocks_.size(); }
     bool empty() const { return blocks_.empty(); }
 
-private:
+  private:
     std::vector<Token> blocks_;
 };
 

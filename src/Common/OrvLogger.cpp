@@ -21,7 +21,7 @@ std::string processName() {
 }
 
 class StderrSink : public LogSink {
-public:
+  public:
     void writeLine(const std::string& line) override {
         using namespace std::chrono;
         const auto now = system_clock::now();
@@ -32,24 +32,24 @@ public:
         char stamp[32];
         std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm);
         std::string out = std::string(stamp) + "." + (ms < 100 ? (ms < 10 ? "00" : "0") : "") +
-                          std::to_string(ms) + " " + name_ + "[" + std::to_string(::getpid()) + "] " +
-                          line + "\n";
+                          std::to_string(ms) + " " + name_ + "[" + std::to_string(::getpid()) +
+                          "] " + line + "\n";
         // One write per line, so lines from several threads do not interleave.
         std::fwrite(out.data(), 1, out.size(), stderr);
     }
 
-private:
+  private:
     std::string name_ = processName();
 };
 
 class SyslogSink : public LogSink {
-public:
+  public:
     explicit SyslogSink(std::string ident) : ident_(std::move(ident)) {
         ::openlog(ident_.c_str(), LOG_PID, LOG_USER);
     }
     void writeLine(const std::string& line) override { ::syslog(LOG_NOTICE, "%s", line.c_str()); }
 
-private:
+  private:
     std::string ident_;  // openlog keeps the pointer
 };
 
@@ -64,7 +64,9 @@ std::shared_ptr<LogSink>& sinkSlot() {
 
 }  // namespace
 
-std::shared_ptr<LogSink> makeStderrSink() { return std::make_shared<StderrSink>(); }
+std::shared_ptr<LogSink> makeStderrSink() {
+    return std::make_shared<StderrSink>();
+}
 std::shared_ptr<LogSink> makeSyslogSink(const std::string& ident) {
     return std::make_shared<SyslogSink>(ident);
 }
@@ -90,10 +92,14 @@ OrvLoggerInstance& OrvLogger::instance() {
 
 std::string OrvLoggerInstance::prefix(std::string_view text, uint32_t level) const {
     switch (level) {
-        case kError: return "(error) " + std::string(text);
-        case kWarning: return "(warning) " + std::string(text);
-        case kInfo: return "(info) " + std::string(text);
-        default: return "(unknown) " + std::string(text);
+        case kError:
+            return "(error) " + std::string(text);
+        case kWarning:
+            return "(warning) " + std::string(text);
+        case kInfo:
+            return "(info) " + std::string(text);
+        default:
+            return "(unknown) " + std::string(text);
     }
 }
 

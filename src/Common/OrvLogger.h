@@ -13,7 +13,7 @@ namespace orv {
 
 // Where finished log lines go. The sink adds time stamp and process name.
 class LogSink {
-public:
+  public:
     virtual ~LogSink() = default;
     virtual void writeLine(const std::string& line) = 0;
 };
@@ -36,7 +36,7 @@ void systemLogFormat(std::string_view fmt, A&&... args) {
 
 // The shared logger object; OrvLogger's class-level operations forward to it.
 class OrvLoggerInstance {
-public:
+  public:
     static constexpr uint32_t kError = 1;
     static constexpr uint32_t kWarning = 2;
     static constexpr uint32_t kInfo = 3;
@@ -69,13 +69,13 @@ public:
     void addMessageOf(uint32_t level, std::string_view format, const std::vector<FormatArg>& args);
     std::string prefix(std::string_view text, uint32_t level) const;
 
-private:
+  private:
     std::atomic<uint32_t> verbosity_{1};
 };
 
 // The process-wide log, filtered by verbosity (1 errors, 2 warnings, 3 info).
 class OrvLogger {
-public:
+  public:
     static OrvLoggerInstance& instance();
 
     static void setVerbosity(uint32_t v) { instance().setVerbosity(v); }
@@ -99,8 +99,11 @@ public:
         instance().addErrorMessageWithFormat(fmt, std::forward<A>(a)...);
     }
 
-    static void addMessage(const std::string& text, uint32_t level) { instance().addMessage(text, level); }
-    static void addMessageOf(uint32_t level, std::string_view fmt, const std::vector<FormatArg>& args) {
+    static void addMessage(const std::string& text, uint32_t level) {
+        instance().addMessage(text, level);
+    }
+    static void addMessageOf(uint32_t level, std::string_view fmt,
+                             const std::vector<FormatArg>& args) {
         instance().addMessageOf(level, fmt, args);
     }
     static std::string prefix(std::string_view text, uint32_t level) {

@@ -11,7 +11,7 @@ namespace orv {
 // while firing take effect from the next emit.
 template <typename... Args>
 class Signal {
-public:
+  public:
     using Slot = std::function<void(Args...)>;
     using Connection = uint64_t;
 
@@ -35,7 +35,7 @@ public:
         for (auto& [id, slot] : copy) slot(args...);
     }
 
-private:
+  private:
     std::vector<std::pair<Connection, Slot>> slots_;
     Connection next_ = 1;
 };

@@ -32,7 +32,8 @@ void OrvContextController::switchToStandardHandler() {
     contextHandler_ = OrvContextHandler::create();
 }
 
-void OrvContextController::observeValueForKeyPath(const std::string&, const void*, const std::any&) {
+void OrvContextController::observeValueForKeyPath(const std::string&, const void*,
+                                                  const std::any&) {
     // Without enableContextHandlers nothing happens at all, not even a log line. The specialised
     // handlers that would be switched to here speak, and arrive with the speech side.
     if (!enableContextHandlers_) return;

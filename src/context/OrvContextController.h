@@ -17,18 +17,19 @@ namespace orv {
 // call; until then the standard handler carries every decision and the observed changes are
 // ignored. Main thread only.
 class OrvContextController {
-public:
+  public:
     static std::shared_ptr<OrvContextController> create();
 
     void setElementOfInterest(const ORVAXElementRef& element, const ORVOrientedRectRef& area);
     void switchToStandardHandler();
     // Key-value observation entry: "activeWindow", "processSwitcherList", "doneHandlingContext".
-    void observeValueForKeyPath(const std::string& keyPath, const void* object, const std::any& newValue);
+    void observeValueForKeyPath(const std::string& keyPath, const void* object,
+                                const std::any& newValue);
 
     bool contextHandlersEnabled() const { return enableContextHandlers_; }
     std::shared_ptr<OrvContextHandler> contextHandler();
 
-private:
+  private:
     OrvContextController() = default;
 
     std::shared_ptr<OrvContextHandler> contextHandler_;

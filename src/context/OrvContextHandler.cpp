@@ -15,8 +15,12 @@ bool roleIs(const std::optional<std::string>& role, const char* a, const char* b
 }
 }  // namespace
 
-ORVAXElementRef OrvContextHandler::lastEchoedElement() { return lastEchoed(); }
-void OrvContextHandler::resetForTesting() { lastEchoed() = nullptr; }
+ORVAXElementRef OrvContextHandler::lastEchoedElement() {
+    return lastEchoed();
+}
+void OrvContextHandler::resetForTesting() {
+    lastEchoed() = nullptr;
+}
 
 bool OrvContextHandler::differsFromLastFocus(const ORVOrientedRectRef& location) {
     if (!location && !lastFocus_) return false;

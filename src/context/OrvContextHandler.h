@@ -12,8 +12,10 @@ namespace orv {
 // area sent to the magnifier and the focus echo. This plain handler is the standard one, current
 // nearly all the time. Main thread only.
 class OrvContextHandler : public std::enable_shared_from_this<OrvContextHandler> {
-public:
-    static std::shared_ptr<OrvContextHandler> create() { return std::make_shared<OrvContextHandler>(); }
+  public:
+    static std::shared_ptr<OrvContextHandler> create() {
+        return std::make_shared<OrvContextHandler>();
+    }
     virtual ~OrvContextHandler() = default;
 
     virtual const char* className() const { return "OrvContextHandler"; }
@@ -21,7 +23,8 @@ public:
     // No when both are nil or both are equal in rectangle, edges and source.
     virtual bool differsFromLastFocus(const ORVOrientedRectRef& location);
     // Sends a changed area to the magnifier; echoes a new element.
-    virtual void setElementOfInterest(const ORVAXElementRef& element, const ORVOrientedRectRef& location);
+    virtual void setElementOfInterest(const ORVAXElementRef& element,
+                                      const ORVOrientedRectRef& location);
     virtual void updateFocusedElement(const ORVAXElementRef& element);
     // What the echo speaks about: a list's or table's single selected entry, recursively.
     virtual ORVAXElementRef updateFocusedElementStartingOn(const ORVAXElementRef& element);
@@ -41,7 +44,7 @@ public:
     static ORVAXElementRef lastEchoedElement();
     static void resetForTesting();
 
-private:
+  private:
     bool doneHandlingContext_ = false;
     ORVOrientedRectRef lastFocus_;
 };

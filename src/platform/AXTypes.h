@@ -40,7 +40,7 @@ enum AXError : int32_t {
 // shared (the platform's retain and release); two references may name the same element, which
 // `equals` decides (the platform's value equality), while the pointers stay distinct.
 class AXUIElement {
-public:
+  public:
     virtual ~AXUIElement() = default;
     virtual bool equals(const AXUIElement& other) const = 0;
     // Consistent with equals, for the backends' and tests' own maps.
@@ -60,7 +60,9 @@ struct AXElementRefHash {
     size_t operator()(const AXUIElementRef& r) const { return r ? r->hash() : 0; }
 };
 struct AXElementRefEqual {
-    bool operator()(const AXUIElementRef& a, const AXUIElementRef& b) const { return axEqual(a, b); }
+    bool operator()(const AXUIElementRef& a, const AXUIElementRef& b) const {
+        return axEqual(a, b);
+    }
 };
 
 // Opaque positions in web content. Backends put whatever identifies the position in the bytes;
@@ -85,7 +87,7 @@ using AXArray = std::vector<AXValue>;
 // The value of an attribute. Types are those the platform boxes: none, boolean, integer, double,
 // string, point, size, rectangle, range, element, array, URL, text marker and marker range.
 class AXValue {
-public:
+  public:
     enum class Type : unsigned long {
         None = 0,
         Boolean,
@@ -102,8 +104,9 @@ public:
         TextMarker,
         TextMarkerRange,
     };
-    using Storage = std::variant<std::monostate, bool, int64_t, double, std::string, Point, Size, Rect,
-                                 Range, AXUIElementRef, AXArray, AXURL, AXTextMarker, AXTextMarkerRange>;
+    using Storage =
+        std::variant<std::monostate, bool, int64_t, double, std::string, Point, Size, Rect, Range,
+                     AXUIElementRef, AXArray, AXURL, AXTextMarker, AXTextMarkerRange>;
 
     AXValue() = default;
     AXValue(bool v) : v_(v) {}
@@ -129,9 +132,13 @@ public:
     bool isNone() const { return v_.index() == 0; }
 
     template <typename T>
-    bool is() const { return std::holds_alternative<T>(v_); }
+    bool is() const {
+        return std::holds_alternative<T>(v_);
+    }
     template <typename T>
-    const T* get() const { return std::get_if<T>(&v_); }
+    const T* get() const {
+        return std::get_if<T>(&v_);
+    }
 
     const Storage& storage() const { return v_; }
 
@@ -140,14 +147,14 @@ public:
 
     friend bool operator==(const AXValue& a, const AXValue& b);
 
-private:
+  private:
     Storage v_;
 };
 
 // Raised by a backend where the platform raises (some applications do so while building arrays).
 // The element layer catches it exactly where it is expected and nowhere else.
 class PlatformException : public std::exception {
-public:
+  public:
     PlatformException(std::string name, std::string reason, std::vector<std::string> callStack = {})
         : name_(std::move(name)), reason_(std::move(reason)), callStack_(std::move(callStack)) {}
     const char* what() const noexcept override { return reason_.c_str(); }
@@ -156,7 +163,7 @@ public:
     // Empty where the backend has no call stack to offer.
     const std::vector<std::string>& callStack() const { return callStack_; }
 
-private:
+  private:
     std::string name_;
     std::string reason_;
     std::vector<std::string> callStack_;

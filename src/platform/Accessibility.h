@@ -21,7 +21,7 @@ using AXObserverCallback = std::function<void(AXObserver& observer, const AXUIEl
 
 // One observer per process. Registrations end when the observer is destroyed.
 class AXObserver {
-public:
+  public:
     virtual ~AXObserver() = default;
     virtual AXError addNotification(const AXUIElementRef& element, const std::string& notification,
                                     void* refcon) = 0;
@@ -34,7 +34,7 @@ public:
 using AXObserverRef = std::shared_ptr<AXObserver>;
 
 class AccessibilityAPI {
-public:
+  public:
     virtual ~AccessibilityAPI() = default;
 
     virtual AXUIElementRef createSystemWide() = 0;

@@ -27,17 +27,19 @@ struct RunningApplication {
 
 // Running applications and their comings and goings. Signals fire on the main loop.
 class Workspace {
-public:
+  public:
     virtual ~Workspace() = default;
 
     virtual std::vector<RunningApplication> runningApplications() = 0;
     virtual std::optional<RunningApplication> frontmostApplication() = 0;
-    virtual std::optional<RunningApplication> runningApplicationWithProcessIdentifier(pid_t pid) = 0;
+    virtual std::optional<RunningApplication> runningApplicationWithProcessIdentifier(
+        pid_t pid) = 0;
     virtual std::vector<RunningApplication> runningApplicationsWithBundleIdentifier(
         const std::string& bundleIdentifier) = 0;
 
     // Launch an auxiliary program with arguments; false with a reason on failure.
-    virtual bool launchApplication(const std::string& path, const std::vector<std::string>& arguments,
+    virtual bool launchApplication(const std::string& path,
+                                   const std::vector<std::string>& arguments,
                                    std::string* error) = 0;
     // Run a system automation script; false with the error text on failure.
     virtual bool runSystemScript(const std::string& source, std::string* error) = 0;
@@ -53,7 +55,7 @@ public:
 // Display layout. Display bounds are in the accessibility interface's top-left-origin space
 // (main display at the origin); screen frames are in the bottom-left-origin space of the agent.
 class Displays {
-public:
+  public:
     using DisplayID = uint32_t;
     virtual ~Displays() = default;
 
@@ -69,7 +71,7 @@ public:
 
 // One speaking voice engine instance. Calls on the main thread; the finish callback runs there.
 class SpeechSynthesizer {
-public:
+  public:
     virtual ~SpeechSynthesizer() = default;
     virtual bool setVoice(const std::string& voiceIdentifier) = 0;
     virtual std::string voice() const = 0;
@@ -86,7 +88,7 @@ public:
 };
 
 class SpeechEngine {
-public:
+  public:
     virtual ~SpeechEngine() = default;
     virtual std::vector<std::string> availableVoices() = 0;
     virtual std::string defaultVoice() = 0;
@@ -95,27 +97,30 @@ public:
 
 // A named local request-reply channel carrying whole messages.
 class LocalMessagePort {
-public:
+  public:
     virtual ~LocalMessagePort() = default;
     virtual void invalidate() = 0;
     virtual bool isValid() const = 0;
 };
 
 class MessagePorts {
-public:
+  public:
     // Message id and bytes in, reply bytes out. Runs on the main loop.
-    using Handler = std::function<std::vector<uint8_t>(int32_t msgid, const std::vector<uint8_t>& data)>;
+    using Handler =
+        std::function<std::vector<uint8_t>(int32_t msgid, const std::vector<uint8_t>& data)>;
     virtual ~MessagePorts() = default;
     // Null when the name is taken or the port could not be made.
-    virtual std::shared_ptr<LocalMessagePort> createLocal(const std::string& name, Handler handler) = 0;
+    virtual std::shared_ptr<LocalMessagePort> createLocal(const std::string& name,
+                                                          Handler handler) = 0;
     // Client side: sends one message and waits for the reply. 0 on success, else an error number.
-    virtual int32_t sendRequest(const std::string& name, int32_t msgid, const std::vector<uint8_t>& data,
-                                double timeoutSeconds, std::vector<uint8_t>* reply) = 0;
+    virtual int32_t sendRequest(const std::string& name, int32_t msgid,
+                                const std::vector<uint8_t>& data, double timeoutSeconds,
+                                std::vector<uint8_t>* reply) = 0;
 };
 
 // Per-user key-value store with registered defaults.
 class UserDefaults {
-public:
+  public:
     virtual ~UserDefaults() = default;
     virtual void registerDefaults(const std::map<std::string, std::string>& defaults) = 0;
     virtual std::optional<std::string> stringForKey(const std::string& key) = 0;
@@ -132,7 +137,7 @@ struct OSVersion {
 
 // The agent's own process as the platform's application object sees it.
 class ApplicationHost {
-public:
+  public:
     virtual ~ApplicationHost() = default;
     virtual std::vector<std::string> arguments() = 0;
     virtual OSVersion operatingSystemVersion() = 0;

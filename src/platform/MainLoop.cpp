@@ -9,7 +9,10 @@
 namespace orv {
 
 Timer::Timer(double interval, bool repeats, Action action, std::any userInfo)
-    : interval_(interval), repeats_(repeats), action_(std::move(action)), userInfo_(std::move(userInfo)) {}
+    : interval_(interval),
+      repeats_(repeats),
+      action_(std::move(action)),
+      userInfo_(std::move(userInfo)) {}
 
 Timer::~Timer() = default;
 

@@ -13,7 +13,7 @@ class MainLoop;
 // A one-shot or repeating timer on the main loop. The action (and whatever it captures, usually
 // its target) is kept alive until the timer fires for the last time or is invalidated.
 class Timer : public std::enable_shared_from_this<Timer> {
-public:
+  public:
     using Action = std::function<void(Timer&)>;
 
     Timer(double interval, bool repeats, Action action, std::any userInfo);
@@ -29,7 +29,7 @@ public:
     void fire();
     void setCanceller(std::function<void()> cancel) { cancel_ = std::move(cancel); }
 
-private:
+  private:
     double interval_;
     bool repeats_;
     Action action_;
@@ -44,7 +44,7 @@ using FdWatchId = uint64_t;
 
 // The main thread's loop. Everything but socket work and the pointer poll runs on it.
 class MainLoop {
-public:
+  public:
     using Task = std::function<void()>;
 
     MainLoop();
@@ -60,7 +60,8 @@ public:
     virtual TimerRef scheduleTimer(double interval, bool repeats, Timer::Action action,
                                    std::any userInfo = {}) = 0;
     // Main thread only. The callback runs on the main loop with the events that happened.
-    virtual FdWatchId watchFd(int fd, short events, std::function<void(int fd, short events)> cb) = 0;
+    virtual FdWatchId watchFd(int fd, short events,
+                              std::function<void(int fd, short events)> cb) = 0;
     virtual void unwatchFd(FdWatchId id) = 0;
     virtual void run() = 0;
     // Safe from any thread.
@@ -78,7 +79,7 @@ public:
     // The loop belongs to the thread that made it unless told otherwise.
     void adoptCurrentThread() { mainThread_ = std::this_thread::get_id(); }
 
-private:
+  private:
     std::thread::id mainThread_;
 };
 

@@ -21,8 +21,12 @@ Platform& platform() {
     return *p;
 }
 
-void installPlatform(std::shared_ptr<Platform> p) { slot() = std::move(p); }
+void installPlatform(std::shared_ptr<Platform> p) {
+    slot() = std::move(p);
+}
 
-std::shared_ptr<Platform> installedPlatform() { return slot(); }
+std::shared_ptr<Platform> installedPlatform() {
+    return slot();
+}
 
 }  // namespace orv

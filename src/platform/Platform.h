@@ -29,7 +29,11 @@ Platform& platform();
 void installPlatform(std::shared_ptr<Platform> p);
 std::shared_ptr<Platform> installedPlatform();
 
-inline MainLoop& mainLoop() { return *platform().loop; }
-inline AccessibilityAPI& axAPI() { return *platform().ax; }
+inline MainLoop& mainLoop() {
+    return *platform().loop;
+}
+inline AccessibilityAPI& axAPI() {
+    return *platform().ax;
+}
 
 }  // namespace orv

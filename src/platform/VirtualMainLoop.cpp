@@ -25,9 +25,13 @@ VirtualMainLoop::~VirtualMainLoop() {
         if (fd >= 0) ::close(fd);
 }
 
-double VirtualMainLoop::now() const { return now_; }
+double VirtualMainLoop::now() const {
+    return now_;
+}
 
-void VirtualMainLoop::post(Task task) { postAfter(0, std::move(task)); }
+void VirtualMainLoop::post(Task task) {
+    postAfter(0, std::move(task));
+}
 
 void VirtualMainLoop::postAfter(double seconds, Task task) {
     if (isMainThread()) {
@@ -70,7 +74,9 @@ FdWatchId VirtualMainLoop::watchFd(int fd, short events, std::function<void(int,
     return id;
 }
 
-void VirtualMainLoop::unwatchFd(FdWatchId id) { watches_.erase(id); }
+void VirtualMainLoop::unwatchFd(FdWatchId id) {
+    watches_.erase(id);
+}
 
 void VirtualMainLoop::drainInbox() {
     std::vector<std::pair<double, Task>> items;
@@ -127,9 +133,9 @@ bool VirtualMainLoop::runOneDue() {
         TimerRef timer = e.timer.lock();
         if (!timer || !timer->isValid()) return true;
         if (timer->repeats()) {
-                        const uint64_t next = e.tick + 1;
-            const double at = timer->interval() > 0 ? e.base + double(next) * timer->interval()
-                                                    : e.time + 1e-9;
+            const uint64_t next = e.tick + 1;
+            const double at =
+                timer->interval() > 0 ? e.base + double(next) * timer->interval() : e.time + 1e-9;
             scheduleTimerEntry(timer, at, e.base, next);
         } else {
             liveTimers_.erase(timer.get());

@@ -15,7 +15,7 @@ namespace orv {
 // Tasks posted from other threads (socket events) and watched descriptors are picked up on every
 // turn at the current virtual time.
 class VirtualMainLoop : public MainLoop {
-public:
+  public:
     explicit VirtualMainLoop(double start = 0.0);
     ~VirtualMainLoop() override;
 
@@ -49,7 +49,7 @@ public:
     bool quitRequested() const { return quit_; }
     void resetQuit() { quit_ = false; }
 
-private:
+  private:
     struct Entry {
         double time;
         uint64_t seq;

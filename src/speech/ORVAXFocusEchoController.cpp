@@ -20,9 +20,15 @@ void ORVAXFocusEchoController::setDelegate(std::shared_ptr<ORVAXFocusEchoControl
 std::shared_ptr<ORVAXFocusEchoControllerDelegate> ORVAXFocusEchoController::delegate() {
     return state().delegate;
 }
-void ORVAXFocusEchoController::enable() { state().enabled = true; }
-void ORVAXFocusEchoController::shutdown() { state().enabled = false; }
-bool ORVAXFocusEchoController::isEnabled() { return state().enabled; }
+void ORVAXFocusEchoController::enable() {
+    state().enabled = true;
+}
+void ORVAXFocusEchoController::shutdown() {
+    state().enabled = false;
+}
+bool ORVAXFocusEchoController::isEnabled() {
+    return state().enabled;
+}
 
 void ORVAXFocusEchoController::focusElementChanged(const ORVAXElementRef& element) {
     if (!state().enabled) return;
@@ -37,6 +43,8 @@ void ORVAXFocusEchoController::setCompletionHandler(CompletionHandler handler) {
     state().completion = std::move(handler);
 }
 
-void ORVAXFocusEchoController::resetForTesting() { state() = GateState{}; }
+void ORVAXFocusEchoController::resetForTesting() {
+    state() = GateState{};
+}
 
 }  // namespace orv

@@ -9,7 +9,7 @@ namespace orv {
 
 // Receives the elements the focus-echo gate lets through (the echo controller).
 class ORVAXFocusEchoControllerDelegate {
-public:
+  public:
     virtual ~ORVAXFocusEchoControllerDelegate() = default;
     virtual void focusEchoControllerIdentifiedAnItemOfInterest(const ORVAXElementRef& element) = 0;
 };
@@ -18,7 +18,7 @@ public:
 // element on only while focus echo is enabled, and holds the completion handler the next focus
 // echo carries. Main thread only.
 class ORVAXFocusEchoController {
-public:
+  public:
     using CompletionHandler = std::function<void()>;
 
     static void setDelegate(std::shared_ptr<ORVAXFocusEchoControllerDelegate> delegate);

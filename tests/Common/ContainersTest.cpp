@@ -48,7 +48,7 @@ TEST(MulticastBlock, RemovalDuringPerformStopsTheRemovedBlockAndAThrowEndsTheCal
 }
 
 class ThreadSafeSetTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         auto p = std::make_shared<Platform>();
         p->loop = loop;

@@ -30,7 +30,7 @@ TEST(StartupRules, TheLogOnlyHubNeedsTheFlagAtIndexOneAndAnotherArgument) {
 }
 
 class Startup : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ORVAXAppDelegate::resetCachedVersionForTesting();
         h.desk->addApplication(100, "com.example.editor", "Editor");

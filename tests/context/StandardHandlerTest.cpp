@@ -20,7 +20,7 @@ struct EchoRecorder : ORVAXFocusEchoControllerDelegate {
 };
 
 class StandardHandler : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         auto& app = h.desk->addApplication(100, "com.example.app", "App");
         ASSERT_TRUE(app.load(R"(
@@ -32,7 +32,8 @@ AXWindow "Doc" [0 22 800 600] #win
     AXRow [300 60 300 20] #row
       AXList [300 60 100 20] #inner
         AXStaticText "Cell" [300 60 100 20] #cell
-)").ok());
+)")
+                        .ok());
         echo = std::make_shared<EchoRecorder>();
         ORVAXFocusEchoController::setDelegate(echo);
         ORVAXFocusEchoController::enable();
@@ -73,11 +74,13 @@ TEST_F(StandardHandler, SendsAChangedAreaOnceAndEchoesANewElementObjectOnce) {
 TEST_F(StandardHandler, EchoesTheSingleSelectedEntryOfListsAndTablesRecursively) {
     auto handler = OrvContextHandler::create();
     auto list = h.desk->application(100)->find("list");
-    list->set("AXSelectedChildren", std::vector<sim::SimNodePtr>{h.desk->application(100)->find("two")});
+    list->set("AXSelectedChildren",
+              std::vector<sim::SimNodePtr>{h.desk->application(100)->find("two")});
     EXPECT_TRUE(handler->updateFocusedElementStartingOn(wrap("list"))->isEqual(wrap("two")));
 
-    list->set("AXSelectedChildren", std::vector<sim::SimNodePtr>{h.desk->application(100)->find("one"),
-                                                                 h.desk->application(100)->find("two")});
+    list->set("AXSelectedChildren",
+              std::vector<sim::SimNodePtr>{h.desk->application(100)->find("one"),
+                                           h.desk->application(100)->find("two")});
     EXPECT_TRUE(handler->updateFocusedElementStartingOn(wrap("list"))->isEqual(wrap("list")));
 
     // A selected row that holds a list with one selected entry descends to that entry.

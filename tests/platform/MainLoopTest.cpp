@@ -28,7 +28,10 @@ TEST(VirtualMainLoop, TasksRunAtTheirTimeInOrderOfQueueing) {
     VirtualMainLoop loop;
     std::vector<std::string> order;
     std::vector<double> when;
-    loop.postAfter(1.0, [&] { order.push_back("b"); when.push_back(loop.now()); });
+    loop.postAfter(1.0, [&] {
+        order.push_back("b");
+        when.push_back(loop.now());
+    });
     loop.post([&] { order.push_back("a"); });
     loop.postAfter(1.0, [&] { order.push_back("c"); });
     loop.scheduleTimer(0.25, false, [&](Timer&) {
@@ -58,10 +61,13 @@ TEST(VirtualMainLoop, ATimerKeepsItsTargetAliveUntilItFiresOrIsInvalidated) {
 TEST(VirtualMainLoop, UserInfoAndInvalidationFromInsideTheAction) {
     VirtualMainLoop loop;
     int fired = 0;
-    loop.scheduleTimer(0.1, true, [&](Timer& t) {
-        EXPECT_EQ(std::any_cast<int>(t.userInfo()), 41);
-        if (++fired == 3) t.invalidate();
-    }, 41);
+    loop.scheduleTimer(
+        0.1, true,
+        [&](Timer& t) {
+            EXPECT_EQ(std::any_cast<int>(t.userInfo()), 41);
+            if (++fired == 3) t.invalidate();
+        },
+        41);
     loop.advance(5);
     EXPECT_EQ(fired, 3);
 }
@@ -75,7 +81,7 @@ TEST(VirtualMainLoop, PostsFromOtherThreadsAndPostAndWait) {
     });
     EXPECT_TRUE(loop.runUntil([&] { return value == 11; }, 5.0));
     worker.join();
-    EXPECT_EQ(loop.now(), 0.0);  // real waiting never moves virtual time
+    EXPECT_EQ(loop.now(), 0.0);            // real waiting never moves virtual time
     loop.postAndWait([&] { value = 0; });  // on the main thread it runs at once
     EXPECT_EQ(value, 0);
 }

@@ -26,13 +26,14 @@ void resetAgentState() {
 }  // namespace
 
 std::ostream& operator<<(std::ostream& os, const FocusDatagram& d) {
-    return os << "{" << d.x << "," << d.y << "," << d.width << "," << d.height << " edges " << d.edgeX
-              << "," << d.edgeY << " source " << d.source << "}";
+    return os << "{" << d.x << "," << d.y << "," << d.width << "," << d.height << " edges "
+              << d.edgeX << "," << d.edgeY << " source " << d.source << "}";
 }
 
 FocusDatagram area(int x, int y, int w, int h, int edgeX, int edgeY, int source) {
     FocusDatagram d;
-    d.x = x, d.y = y, d.width = w, d.height = h, d.edgeX = edgeX, d.edgeY = edgeY, d.source = source;
+    d.x = x, d.y = y, d.width = w, d.height = h, d.edgeX = edgeX, d.edgeY = edgeY,
+    d.source = source;
     return d;
 }
 

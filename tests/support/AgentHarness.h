@@ -26,7 +26,7 @@ std::ostream& operator<<(std::ostream& os, const FocusDatagram& d);
 FocusDatagram area(int x, int y, int w, int h, int edgeX, int edgeY, int source);
 
 class AgentHarness {
-public:
+  public:
     explicit AgentHarness(uint32_t verbosity = 1);
     ~AgentHarness();
 
@@ -47,7 +47,7 @@ public:
     RawPeer magnifier;
     LogCapture log;
 
-private:
+  private:
     void drainSocket();
     std::vector<std::string> datagrams_;
 };

@@ -3,7 +3,7 @@
 namespace orv::test {
 
 class LogCapture::Sink : public LogSink {
-public:
+  public:
     void writeLine(const std::string& line) override {
         std::lock_guard lock(m);
         lines.push_back(line);
@@ -13,7 +13,9 @@ public:
 };
 
 LogCapture::LogCapture(uint32_t verbosity)
-    : sink_(std::make_shared<Sink>()), previous_(systemLogSink()), previousVerbosity_(OrvLogger::verbosity()) {
+    : sink_(std::make_shared<Sink>()),
+      previous_(systemLogSink()),
+      previousVerbosity_(OrvLogger::verbosity()) {
     setSystemLogSink(sink_);
     OrvLogger::setVerbosity(verbosity);
 }

@@ -11,7 +11,7 @@ namespace orv::test {
 
 // Collects every line written to the system log while alive, and restores verbosity and sink.
 class LogCapture {
-public:
+  public:
     explicit LogCapture(uint32_t verbosity = 3);
     ~LogCapture();
     std::vector<std::string> lines() const;
@@ -20,7 +20,7 @@ public:
     size_t countContaining(const std::string& text) const;
     void clear();
 
-private:
+  private:
     class Sink;
     std::shared_ptr<Sink> sink_;
     std::shared_ptr<LogSink> previous_;

@@ -11,7 +11,7 @@ namespace orv {
 // Where the thing of interest lies (agent coordinates), which edge the magnifier should keep in
 // view, and which kind of producer said so.
 class ORVOrientedRect {
-public:
+  public:
     // Anchor codes for edgeX / edgeY.
     static constexpr uint32_t kEdgeCenter = 0;
     static constexpr uint32_t kEdgeMax = 1;  // right, or top (y grows upward)
@@ -46,7 +46,7 @@ public:
 
     std::string description() const;
 
-private:
+  private:
     Rect rect_;
     uint32_t edgeX_;
     uint32_t edgeY_;

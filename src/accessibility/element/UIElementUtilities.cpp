@@ -7,14 +7,17 @@
 namespace orv {
 
 namespace {
-Displays& installedDisplays() { return *platform().displays; }
+Displays& installedDisplays() {
+    return *platform().displays;
+}
 }  // namespace
 
 Rect UIElementUtilities::cocoaScreenRectFromCarbonScreenRect(const Rect& carbon) {
     return cocoaScreenRectFromCarbonScreenRect(installedDisplays(), carbon);
 }
 
-Rect UIElementUtilities::cocoaScreenRectFromCarbonScreenRect(Displays& displays, const Rect& carbon) {
+Rect UIElementUtilities::cocoaScreenRectFromCarbonScreenRect(Displays& displays,
+                                                             const Rect& carbon) {
     Displays::DisplayID display = 0;
     uint32_t count = 0;
     const int32_t err = displays.getDisplaysWithPoint(carbon.origin, &display, &count);
@@ -36,7 +39,8 @@ Point UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(const Point& coc
     return carbonScreenPointFromCocoaScreenPoint(installedDisplays(), cocoa);
 }
 
-Point UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(Displays& displays, const Point& cocoa) {
+Point UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(Displays& displays,
+                                                                const Point& cocoa) {
     const Rect* chosen = nullptr;
     const auto frames = displays.screenFrames();
     for (const auto& frame : frames)
@@ -61,7 +65,9 @@ Rect UIElementUtilities::flippedScreenBounds(Displays& displays, const Rect& rec
     return out;
 }
 
-Rect UIElementUtilities::allScreensFrame() { return allScreensFrame(installedDisplays()); }
+Rect UIElementUtilities::allScreensFrame() {
+    return allScreensFrame(installedDisplays());
+}
 
 Rect UIElementUtilities::allScreensFrame(Displays& displays) {
     Rect all;
@@ -76,7 +82,8 @@ pid_t UIElementUtilities::processIdentifierOfUIElement(const AXUIElementRef& ele
     return pid;
 }
 
-std::string UIElementUtilities::stringDescriptionOfAXValue(const AXValue& value, bool beingVerbose) {
+std::string UIElementUtilities::stringDescriptionOfAXValue(const AXValue& value,
+                                                           bool beingVerbose) {
     if (auto p = value.get<Point>())
         return beingVerbose ? format("<AXPointValue x=%g y=%g>", p->x, p->y)
                             : format("x=%g y=%g", p->x, p->y);

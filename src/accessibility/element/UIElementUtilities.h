@@ -14,7 +14,7 @@
 namespace orv {
 
 class UIElementUtilities {
-public:
+  public:
     // Flips against the main display; the rectangle's height is subtracted only when its origin
     // lies on the main display (the magnifier is matched to that asymmetry).
     static Rect cocoaScreenRectFromCarbonScreenRect(const Rect& carbon);

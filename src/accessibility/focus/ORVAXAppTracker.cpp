@@ -50,14 +50,16 @@ void ORVAXAppTracker::ensureStarted() {
     s.dockApp = ORVAXElement::newForApplicationWithBundleIdentifier("com.apple.dock");
     auto workspace = platform().workspace;
     s.workspace = workspace;
-    s.frontSwitch = workspace->frontApplicationSwitched.connect([](pid_t pid) { frontSwitched(pid); });
+    s.frontSwitch =
+        workspace->frontApplicationSwitched.connect([](pid_t pid) { frontSwitched(pid); });
     if (auto front = workspace->frontmostApplication()) switchTrackingToPID(front->pid);
 }
 
 void ORVAXAppTracker::frontSwitched(pid_t pid) {
     if (pid <= 0) return;
     if (OrvLogger::infoMessageIsLogged())
-        OrvLogger::addInfoMessageWithFormat("kEventAppFrontSwitched - pid: %d %@", pid, bundleIdOf(pid));
+        OrvLogger::addInfoMessageWithFormat("kEventAppFrontSwitched - pid: %d %@", pid,
+                                            bundleIdOf(pid));
     switchTrackingToPID(pid);
 }
 
@@ -74,8 +76,9 @@ void ORVAXAppTracker::switchTrackingToPID(pid_t pid) {
     s.activeApplication = ORVAXElement::newForApplication(pid);
     if (!s.activeApplication) return;
     const auto bundleId = s.activeApplication->getBundleIdentifier();
-    const bool excluded = s.blacklist && bundleId &&
-                          std::find(s.blacklist->begin(), s.blacklist->end(), *bundleId) != s.blacklist->end();
+    const bool excluded =
+        s.blacklist && bundleId &&
+        std::find(s.blacklist->begin(), s.blacklist->end(), *bundleId) != s.blacklist->end();
     if (!excluded) s.activeApplication->setEnhancedUserInterface();
     ORVAXFocusTracker::activeApplicationChanged(s.activeApplication);
 }
@@ -89,13 +92,20 @@ void ORVAXAppTracker::systemUIReportsFocusOnPID(pid_t pid) {
     switchTrackingToPID(pid);
 }
 
-void ORVAXAppTracker::setEnhancedUserInterfaceBlacklist(std::optional<std::vector<std::string>> ids) {
+void ORVAXAppTracker::setEnhancedUserInterfaceBlacklist(
+    std::optional<std::vector<std::string>> ids) {
     A().blacklist = std::move(ids);
 }
 
-pid_t ORVAXAppTracker::activePid() { return A().activePid; }
-ORVAXElementRef ORVAXAppTracker::activeApplication() { return A().activeApplication; }
-bool ORVAXAppTracker::isStarted() { return A().started; }
+pid_t ORVAXAppTracker::activePid() {
+    return A().activePid;
+}
+ORVAXElementRef ORVAXAppTracker::activeApplication() {
+    return A().activeApplication;
+}
+bool ORVAXAppTracker::isStarted() {
+    return A().started;
+}
 
 void ORVAXAppTracker::resetForTesting() {
     auto& s = A();
@@ -107,8 +117,8 @@ void ORVAXSystemUITracker::initialize() {
     auto& s = U();
     if (s.timer) return;
     s.systemWide = axAPI().createSystemWide();
-    s.timer = mainLoop().scheduleTimer(kPollInterval, true,
-                                       [](Timer&) { checkSystemWideForUIServer(); });
+    s.timer =
+        mainLoop().scheduleTimer(kPollInterval, true, [](Timer&) { checkSystemWideForUIServer(); });
 }
 
 void ORVAXSystemUITracker::checkSystemWideForUIServer() {
@@ -124,7 +134,9 @@ void ORVAXSystemUITracker::checkSystemWideForUIServer() {
     ORVAXAppTracker::systemUIReportsFocusOnPID(wrapper->getPid());
 }
 
-bool ORVAXSystemUITracker::isRunning() { return U().timer != nullptr; }
+bool ORVAXSystemUITracker::isRunning() {
+    return U().timer != nullptr;
+}
 
 void ORVAXSystemUITracker::resetForTesting() {
     auto& s = U();

@@ -16,19 +16,20 @@ namespace orv {
 // system-wide focus poll, moves focus tracking to it, and turns on its enhanced accessibility
 // interface unless it is on the user's exclusion list. Starts on first use. Main thread only.
 class ORVAXAppTracker {
-public:
+  public:
     // The Dock's application element (null where there is none).
     static ORVAXElementRef dockApp();
     static void switchTrackingToPID(pid_t pid);
     static void systemUIReportsFocusOnPID(pid_t pid);
-    static void setEnhancedUserInterfaceBlacklist(std::optional<std::vector<std::string>> bundleIds);
+    static void setEnhancedUserInterfaceBlacklist(
+        std::optional<std::vector<std::string>> bundleIds);
 
     static pid_t activePid();
     static ORVAXElementRef activeApplication();
     static bool isStarted();
     static void resetForTesting();
 
-private:
+  private:
     static void ensureStarted();
     static void frontSwitched(pid_t pid);
 };
@@ -37,7 +38,7 @@ private:
 // become the front application still switches the active application. A steady focus costs one
 // accessibility read per tick.
 class ORVAXSystemUITracker {
-public:
+  public:
     // First use starts the poll.
     static void initialize();
     static void checkSystemWideForUIServer();

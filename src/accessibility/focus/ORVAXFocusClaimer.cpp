@@ -42,9 +42,10 @@ void ORVAXApplicationFocusedElementFocusClaimer::trackApplication(const ORVAXEle
     subscription_ = app_->observe("AXFocusedUIElementChanged", [weak](const ORVAXEventRef&) {
         if (auto self = weak.lock()) self->updateFocusedElement();
     });
-    subscriptionWindowChanged_ = app_->observe("AXFocusedWindowChanged", [weak](const ORVAXEventRef&) {
-        if (auto self = weak.lock()) self->updateFocusedWindow();
-    });
+    subscriptionWindowChanged_ =
+        app_->observe("AXFocusedWindowChanged", [weak](const ORVAXEventRef&) {
+            if (auto self = weak.lock()) self->updateFocusedWindow();
+        });
     // Applications do not always send the focus notification; the poll catches what they miss.
     // The timer keeps the claimer alive while it runs.
     auto self = shared_from_this();
@@ -58,7 +59,8 @@ void ORVAXApplicationFocusedElementFocusClaimer::untrackCurrentApp() {
     untrackFocusedElement();
     if (app_) {
         if (subscription_) app_->unobserve("AXFocusedUIElementChanged", subscription_);
-        if (subscriptionWindowChanged_) app_->unobserve("AXFocusedWindowChanged", subscriptionWindowChanged_);
+        if (subscriptionWindowChanged_)
+            app_->unobserve("AXFocusedWindowChanged", subscriptionWindowChanged_);
     }
     subscription_ = nullptr;
     subscriptionWindowChanged_ = nullptr;
@@ -110,14 +112,16 @@ void ORVAXApplicationFocusedElementFocusClaimer::trackFocusedElement() {
     auto fire = [weak](const ORVAXEventRef&) {
         if (auto self = weak.lock()) self->fireFocusedElementChanged();
     };
-    subscriptionFocusedElementSelectedTextChanged_ = focusedElement_->observe("AXSelectedTextChanged", fire);
+    subscriptionFocusedElementSelectedTextChanged_ =
+        focusedElement_->observe("AXSelectedTextChanged", fire);
     subscriptionFocusedElementValueChanged_ = focusedElement_->observe("AXValueChanged", fire);
 }
 
 void ORVAXApplicationFocusedElementFocusClaimer::untrackFocusedElement() {
     if (!focusedElement_) return;
     if (subscriptionFocusedElementSelectedTextChanged_)
-        focusedElement_->unobserve("AXSelectedTextChanged", subscriptionFocusedElementSelectedTextChanged_);
+        focusedElement_->unobserve("AXSelectedTextChanged",
+                                   subscriptionFocusedElementSelectedTextChanged_);
     if (subscriptionFocusedElementValueChanged_)
         focusedElement_->unobserve("AXValueChanged", subscriptionFocusedElementValueChanged_);
     subscriptionFocusedElementSelectedTextChanged_ = nullptr;

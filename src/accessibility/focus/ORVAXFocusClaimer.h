@@ -18,7 +18,7 @@ using ORVAXFocusClaimerRef = std::shared_ptr<ORVAXFocusClaimer>;
 // signals when the answer changes; the focus tracker asks every claimer and picks one by a fixed
 // priority. The base has no opinion. Main thread only.
 class ORVAXFocusClaimer : public std::enable_shared_from_this<ORVAXFocusClaimer> {
-public:
+  public:
     using Listeners = ORVMulticastBlock<const ORVAXFocusClaimerRef&>;
     using Token = Listeners::Token;
 
@@ -43,17 +43,21 @@ public:
                 ((*target).*selector)(claimer);
             });
     }
-    void unobserveFocusedElementChanged(const Token& token) { focusedElementChanged_.remove(token); }
-    void fireFocusedElementChanged() { focusedElementChanged_.performBlocksWith(shared_from_this()); }
+    void unobserveFocusedElementChanged(const Token& token) {
+        focusedElementChanged_.remove(token);
+    }
+    void fireFocusedElementChanged() {
+        focusedElementChanged_.performBlocksWith(shared_from_this());
+    }
 
-private:
+  private:
     Listeners focusedElementChanged_;
 };
 
 // Follows the focused element of one application: the frontmost application's fallback source of
 // focus, and the notification centre's.
 class ORVAXApplicationFocusedElementFocusClaimer : public ORVAXFocusClaimer {
-public:
+  public:
     static std::shared_ptr<ORVAXApplicationFocusedElementFocusClaimer> create();
     ~ORVAXApplicationFocusedElementFocusClaimer() override;
 
@@ -83,10 +87,10 @@ public:
 
     static constexpr double kPollInterval = 0.5;
 
-protected:
+  protected:
     ORVAXApplicationFocusedElementFocusClaimer() = default;
 
-private:
+  private:
     std::weak_ptr<ORVAXApplicationFocusedElementFocusClaimer> weakSelf();
 
     ORVAXElementRef app_;

@@ -82,7 +82,9 @@ void ORVAXFocusTracker::enable() {
     s.notificationCenterClaimer->trackApplication(notificationCenter);
 }
 
-bool ORVAXFocusTracker::isEnabled() { return S().enabled; }
+bool ORVAXFocusTracker::isEnabled() {
+    return S().enabled;
+}
 
 void ORVAXFocusTracker::activeApplicationChanged(const ORVAXElementRef& app) {
     // The active-application menu claimer is told first once it exists.
@@ -117,7 +119,8 @@ void ORVAXFocusTracker::calculateFocusedElement(const ORVAXFocusClaimerRef& clai
                       chosen ? chosen->focusedElementApp() : nullptr);
 }
 
-void ORVAXFocusTracker::setFocusedElement(const ORVAXElementRef& element, const ORVAXElementRef& app) {
+void ORVAXFocusTracker::setFocusedElement(const ORVAXElementRef& element,
+                                          const ORVAXElementRef& app) {
     auto& s = S();
     const ORVAXElementRef current = s.currentTracker ? s.currentTracker->element() : nullptr;
     if (element == current || (current && current->isEqual(element))) return;
@@ -150,8 +153,12 @@ void ORVAXFocusTracker::untrackCurrentTracker() {
     if (s.currentTracker) s.currentTracker->ceaseObservation();
 }
 
-void ORVAXFocusTracker::focusChanged() { reassessFocus(); }
-void ORVAXFocusTracker::focusMoved() { reassessFocus(); }
+void ORVAXFocusTracker::focusChanged() {
+    reassessFocus();
+}
+void ORVAXFocusTracker::focusMoved() {
+    reassessFocus();
+}
 
 void ORVAXFocusTracker::reassessFocus() {
     auto& s = S();
@@ -161,9 +168,8 @@ void ORVAXFocusTracker::reassessFocus() {
         if (area) area->setRect(normalizedRect(area->rect()));
     }
     if (s.contextController)
-        s.contextController->setElementOfInterest(s.currentClaimer ? s.currentClaimer->focusedElement()
-                                                                   : nullptr,
-                                                  area);
+        s.contextController->setElementOfInterest(
+            s.currentClaimer ? s.currentClaimer->focusedElement() : nullptr, area);
 }
 
 Rect ORVAXFocusTracker::normalizedRect(const Rect& rect) {
@@ -185,12 +191,18 @@ Rect ORVAXFocusTracker::normalizedRect(const Rect& rect) {
 std::shared_ptr<OrvContextController> ORVAXFocusTracker::contextController() {
     return S().contextController;
 }
-ORVAXFocusClaimerRef ORVAXFocusTracker::currentClaimer() { return S().currentClaimer; }
-ORVAXElementTrackerRef ORVAXFocusTracker::currentTracker() { return S().currentTracker; }
-std::shared_ptr<ORVAXApplicationFocusedElementFocusClaimer> ORVAXFocusTracker::activeApplicationClaimer() {
+ORVAXFocusClaimerRef ORVAXFocusTracker::currentClaimer() {
+    return S().currentClaimer;
+}
+ORVAXElementTrackerRef ORVAXFocusTracker::currentTracker() {
+    return S().currentTracker;
+}
+std::shared_ptr<ORVAXApplicationFocusedElementFocusClaimer>
+ORVAXFocusTracker::activeApplicationClaimer() {
     return S().activeApplicationClaimer;
 }
-std::shared_ptr<ORVAXApplicationFocusedElementFocusClaimer> ORVAXFocusTracker::notificationCenterClaimer() {
+std::shared_ptr<ORVAXApplicationFocusedElementFocusClaimer>
+ORVAXFocusTracker::notificationCenterClaimer() {
     return S().notificationCenterClaimer;
 }
 

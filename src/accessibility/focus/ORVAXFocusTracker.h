@@ -13,7 +13,7 @@ class OrvContextController;
 
 // Receives every claimer's change signal and hands it to the focus tracker's arbitration.
 class ORVAXFocusTrackerClaimerObserver {
-public:
+  public:
     void focusedElementChanged(const ORVAXFocusClaimerRef& claimer);
 };
 
@@ -21,7 +21,7 @@ public:
 // tracker, and hands element and visible focus rectangle to the context controller. Class-level
 // state only; start-up calls enable() once. Main thread only.
 class ORVAXFocusTracker {
-public:
+  public:
     static void enable();
     static bool isEnabled();
     // From the application tracker when the frontmost application changes.

@@ -15,7 +15,9 @@ ORVAXElementTrackerRef make(const ORVAXElementRef& element, const ORVAXElementRe
     return tracker;
 }
 
-bool is(const std::optional<std::string>& value, const char* text) { return value && *value == text; }
+bool is(const std::optional<std::string>& value, const char* text) {
+    return value && *value == text;
+}
 
 }  // namespace
 
@@ -67,7 +69,9 @@ ORVOrientedRectRef ORVAXElementTracker::rectOf(const ORVAXElementRef& element, b
     return ORVOrientedRect::initWithRect(r, edgeX, edgeY, source);
 }
 
-ORVOrientedRectRef ORVAXElementTracker::focus() { return rectOf(element_, true, 0, 0, 2); }
+ORVOrientedRectRef ORVAXElementTracker::focus() {
+    return rectOf(element_, true, 0, 0, 2);
+}
 
 ORVOrientedRectRef ORVAXElementTracker::visibleFocus() {
     ORVOrientedRectRef current = focus();
@@ -103,8 +107,8 @@ void ORVAXElementTracker::checkFocus() {
 void ORVAXElementTracker::start() {
     if (focusRefresh_) return;
     auto self = shared_from_this();
-    focusRefresh_ = mainLoop().scheduleTimer(kPollInterval, true,
-                                             [self](Timer&) { self->checkFocus(); });
+    focusRefresh_ =
+        mainLoop().scheduleTimer(kPollInterval, true, [self](Timer&) { self->checkFocus(); });
 }
 
 void ORVAXElementTracker::stop() {
@@ -113,7 +117,11 @@ void ORVAXElementTracker::stop() {
     focusRefresh_ = nullptr;
 }
 
-void ORVAXElementTracker::dispatchFocusChanged() { ORVAXFocusTracker::focusChanged(); }
-void ORVAXElementTracker::dispatchFocusMoved() { ORVAXFocusTracker::focusMoved(); }
+void ORVAXElementTracker::dispatchFocusChanged() {
+    ORVAXFocusTracker::focusChanged();
+}
+void ORVAXElementTracker::dispatchFocusMoved() {
+    ORVAXFocusTracker::focusMoved();
+}
 
 }  // namespace orv

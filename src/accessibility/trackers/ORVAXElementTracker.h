@@ -18,9 +18,10 @@ using ORVAXElementTrackerRef = std::shared_ptr<ORVAXElementTracker>;
 // visible bounds. Every tracker reports changes to the focus tracker through the two dispatch
 // operations only. Main thread only.
 class ORVAXElementTracker : public std::enable_shared_from_this<ORVAXElementTracker> {
-public:
+  public:
     // A tracker of the class the element's role and subrole call for; null if it cannot be made.
-    static ORVAXElementTrackerRef newFor(const ORVAXElementRef& element, const ORVAXElementRef& app);
+    static ORVAXElementTrackerRef newFor(const ORVAXElementRef& element,
+                                         const ORVAXElementRef& app);
     // Yes for no element and for a menu bar.
     static bool shouldIgnore(const ORVAXElementRef& element);
 
@@ -63,13 +64,13 @@ public:
 
     static constexpr double kPollInterval = 0.5;
 
-protected:
+  protected:
     // A new rectangle object from one element's bounds (visible or plain) with the given codes;
     // zero-sized when the element is gone.
     static ORVOrientedRectRef rectOf(const ORVAXElementRef& element, bool visible, uint32_t edgeX,
                                      uint32_t edgeY, uint32_t source);
 
-private:
+  private:
     ORVAXElementRef element_;
     ORVAXElementRef app_;
     ORVOrientedRectRef lastVisibleFocus_;

@@ -19,7 +19,9 @@ gboolean runTaskOnce(gpointer data) {
     return G_SOURCE_REMOVE;
 }
 
-void deleteTask(gpointer data) { delete static_cast<TaskBox*>(data); }
+void deleteTask(gpointer data) {
+    delete static_cast<TaskBox*>(data);
+}
 
 guint attach(GSource* source, GMainContext* ctx) {
     guint id = g_source_attach(source, ctx);
@@ -42,7 +44,9 @@ gboolean fireTimer(gpointer data) {
     return again && t->isValid() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
 }
 
-void deleteTimerBox(gpointer data) { delete static_cast<TimerBox*>(data); }
+void deleteTimerBox(gpointer data) {
+    delete static_cast<TimerBox*>(data);
+}
 
 struct FdBox {
     std::function<void(int, short)> cb;
@@ -59,7 +63,9 @@ gboolean fdReady(gint fd, GIOCondition cond, gpointer data) {
     return G_SOURCE_CONTINUE;
 }
 
-void deleteFdBox(gpointer data) { delete static_cast<FdBox*>(data); }
+void deleteFdBox(gpointer data) {
+    delete static_cast<FdBox*>(data);
+}
 
 }  // namespace
 
@@ -78,7 +84,9 @@ GLibMainLoop::~GLibMainLoop() {
     g_main_loop_unref(loop_);
 }
 
-double GLibMainLoop::now() const { return static_cast<double>(g_get_monotonic_time()) / 1e6; }
+double GLibMainLoop::now() const {
+    return static_cast<double>(g_get_monotonic_time()) / 1e6;
+}
 
 void GLibMainLoop::post(Task task) {
     GSource* s = g_idle_source_new();

@@ -13,7 +13,7 @@ namespace orv {
 // The real main loop, on GLib's default main context. A backend whose library must run the loop
 // itself (libatspi's event loop) supplies its own run and quit.
 class GLibMainLoop : public MainLoop {
-public:
+  public:
     GLibMainLoop();
     GLibMainLoop(std::function<void()> runner, std::function<void()> quitter);
     ~GLibMainLoop() override;
@@ -30,7 +30,7 @@ public:
 
     GMainContext* context() const { return context_; }
 
-private:
+  private:
     GMainContext* context_;
     GMainLoop* loop_;
     std::function<void()> runner_;

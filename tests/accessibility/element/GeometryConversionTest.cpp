@@ -9,9 +9,11 @@ namespace {
 
 // Main display 1440x900 at the origin; a secondary 1280x1024 to its right, top-aligned.
 class TwoDisplays : public Displays {
-public:
+  public:
     DisplayID mainDisplayID() override { return 1; }
-    Rect displayBounds(DisplayID d) override { return d == 1 ? Rect(0, 0, 1440, 900) : Rect(1440, 0, 1280, 1024); }
+    Rect displayBounds(DisplayID d) override {
+        return d == 1 ? Rect(0, 0, 1440, 900) : Rect(1440, 0, 1280, 1024);
+    }
     int32_t getDisplaysWithPoint(Point p, DisplayID* d, uint32_t* count) override {
         if (failLookup) return 1001;
         *count = 0;
@@ -41,35 +43,46 @@ TEST(ScreenGeometry, RectanglesFlipAgainstTheMainDisplayWithTheSecondaryAsymmetr
 
     test::LogCapture cap(1);
     d.failLookup = true;
-    EXPECT_EQ(UIElementUtilities::cocoaScreenRectFromCarbonScreenRect(d, Rect(1, 2, 3, 4)), Rect(1, 2, 3, 4));
-    EXPECT_EQ(cap.lines(), std::vector<std::string>{"failed to get display with point (1.000000, 2.000000): 1001"});
+    EXPECT_EQ(UIElementUtilities::cocoaScreenRectFromCarbonScreenRect(d, Rect(1, 2, 3, 4)),
+              Rect(1, 2, 3, 4));
+    EXPECT_EQ(cap.lines(), std::vector<std::string>{
+                               "failed to get display with point (1.000000, 2.000000): 1001"});
 }
 
 TEST(ScreenGeometry, PointsFlipAgainstTheirOwnScreenAndTheLastContainingOneWins) {
     TwoDisplays d;
-    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {10, 800}), (Point{10, 100}));
-    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {1500, 0}), (Point{1500, 900}));
+    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {10, 800}),
+              (Point{10, 100}));
+    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {1500, 0}),
+              (Point{1500, 900}));
 
     d.frames.push_back(Rect(0, 0, 100, 2000));  // overlaps the main screen
-    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {10, 800}), (Point{10, 1200}));
+    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {10, 800}),
+              (Point{10, 1200}));
 
     test::LogCapture cap(1);
-    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {-5, -5}), (Point{0, 0}));
-    EXPECT_EQ(cap.lines(), std::vector<std::string>{"failed to find screen containing point: -5.000000,-5.000000"});
+    EXPECT_EQ(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(d, {-5, -5}),
+              (Point{0, 0}));
+    EXPECT_EQ(cap.lines(), std::vector<std::string>{
+                               "failed to find screen containing point: -5.000000,-5.000000"});
 }
 
 TEST(ScreenGeometry, FirstScreenFlipAndAllScreens) {
     TwoDisplays d;
-    EXPECT_EQ(UIElementUtilities::flippedScreenBounds(d, Rect(10, 20, 30, 40)), Rect(10, 840, 30, 40));
+    EXPECT_EQ(UIElementUtilities::flippedScreenBounds(d, Rect(10, 20, 30, 40)),
+              Rect(10, 840, 30, 40));
     EXPECT_EQ(UIElementUtilities::allScreensFrame(d), Rect(0, -124, 2720, 1024));
 }
 
 TEST(ScreenGeometry, ValueDescriptions) {
     EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Rect(1, 2, 3.5, 4)), true),
               "<AXRectValue  x=1 y=2 w=3.5 h=4>");
-    EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Point{1, 2}), false), "x=1 y=2");
-    EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Size{5, 6}), true), "<AXSizeValue w=5 h=6>");
-    EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Range{3, 4}), false), "pos=3 len=4");
+    EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Point{1, 2}), false),
+              "x=1 y=2");
+    EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Size{5, 6}), true),
+              "<AXSizeValue w=5 h=6>");
+    EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue(Range{3, 4}), false),
+              "pos=3 len=4");
     EXPECT_EQ(UIElementUtilities::stringDescriptionOfAXValue(AXValue("text"), true), "AXValue???");
 }
 
@@ -79,7 +92,8 @@ TEST(OrientedRect, AnchorsByEdgeCodes) {
     EXPECT_EQ(ORVOrientedRect(r, 2, 2, 2).focus(), (Point{10, 20}));
     EXPECT_EQ(ORVOrientedRect(r, 0, 0, 2).focus(), (Point{60, 45}));
     EXPECT_EQ(ORVOrientedRect(r, 7, 9, 2).focus(), (Point{60, 45}));
-    for (uint32_t e : {0u, 1u, 2u}) EXPECT_EQ(ORVOrientedRect(Rect(5, 6, 0, 0), e, e, 1).focus(), (Point{5, 6}));
+    for (uint32_t e : {0u, 1u, 2u})
+        EXPECT_EQ(ORVOrientedRect(Rect(5, 6, 0, 0), e, e, 1).focus(), (Point{5, 6}));
 }
 
 TEST(OrientedRect, EqualityIsExactOverEveryField) {

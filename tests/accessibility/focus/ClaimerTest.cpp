@@ -8,22 +8,26 @@ namespace orv {
 namespace {
 
 class ApplicationClaimer : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         desk->install();
         editor = &desk->addApplication(100, "com.example.editor", "Editor");
-        ASSERT_TRUE(editor->load(R"(
+        ASSERT_TRUE(editor
+                        ->load(R"(
 AXWindow "Doc" [0 22 800 600] #win AXMain=true
   AXButton "OK" [20 60 80 24] #ok
   AXTextField "Name" [20 100 200 22] #name
-)").ok());
+)")
+                        .ok());
         finder = &desk->addApplication(300, "com.apple.finder", "Finder");
-        ASSERT_TRUE(finder->load(R"(
+        ASSERT_TRUE(finder
+                        ->load(R"(
 AXScrollArea "Desktop" [0 0 1440 900] #desktop
   AXGroup [0 0 1440 900] #icons
     AXImage "Notes" [1300 40 64 64] #notes
     AXImage "Photos" [1300 140 64 64] #photos
-)").ok());
+)")
+                        .ok());
         empty = &desk->addApplication(400, "com.example.empty", "Empty");
         claimer->observeFocusedElementChanged([this](const ORVAXFocusClaimerRef&) { ++fired; });
     }
@@ -32,7 +36,9 @@ AXScrollArea "Desktop" [0 0 1440 900] #desktop
         desk->uninstall();
     }
 
-    ORVAXElementRef wrap(const sim::SimNodePtr& n) { return ORVAXElement::newForElement(desk->ref(n)); }
+    ORVAXElementRef wrap(const sim::SimNodePtr& n) {
+        return ORVAXElement::newForElement(desk->ref(n));
+    }
 
     std::shared_ptr<sim::SimDesktop> desk = sim::SimDesktop::create();
     sim::SimApp* editor = nullptr;

@@ -13,21 +13,24 @@ using test::FocusDatagram;
 
 // Main display 1440x900: a rectangle at top-left y with height h lands at y' = 900 - y - h.
 class FocusRoad : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         auto& editor = h.desk->addApplication(100, "com.example.editor", "Editor");
-        ASSERT_TRUE(editor.load(R"(
+        ASSERT_TRUE(editor
+                        .load(R"(
 AXWindow/AXStandardWindow "Doc" [0 22 800 600] #win AXMain=true
   AXButton "OK" [20 60 80 24] #ok
   AXCheckBox "Wrap" [20 100 90 20] #wrap
   AXTextField/AXSecureTextField "Password" [20 140 200 22] #pw
   AXButton "Far" [900 60 80 24] #far
-)").ok());
+)")
+                        .ok());
         auto& mail = h.desk->addApplication(200, "com.example.mail", "Mail");
         ASSERT_TRUE(mail.load(R"(
 AXWindow "Inbox" [100 100 600 400] #inbox AXMain=true
   AXButton "Send" [120 130 60 20] #send
-)").ok());
+)")
+                        .ok());
         h.desk->focus(editor.find("ok"));
         h.desk->runUntilIdle();
     }
@@ -122,10 +125,12 @@ TEST_F(FocusRoad, AFrontSwitchMovesTrackingToTheNewApplication) {
 
 TEST_F(FocusRoad, FocusInASystemProcessIsFoundByTheSystemWidePoll) {
     auto& server = h.desk->addApplication(300, "com.example.systemui", "System UI");
-    ASSERT_TRUE(server.load(R"(
+    ASSERT_TRUE(server
+                    .load(R"(
 AXWindow "Panel" [1000 0 200 100] #panel
   AXButton "Volume" [1010 10 50 20] #vol
-)").ok());
+)")
+                    .ok());
     h.startAgent();
     h.takeFocusAreas();
     h.desk->focus(server.find("vol"));

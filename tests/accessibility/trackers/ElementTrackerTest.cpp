@@ -9,7 +9,7 @@ namespace orv {
 namespace {
 
 class ElementTrackers : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         desk->install();
         app = &desk->addApplication(100, "com.example.app", "App");
@@ -27,7 +27,8 @@ AXWindow "Doc" [0 22 800 600] #win
 AXWindow/AXNotificationCenterAlert "Alert" [1000 30 300 80] #alert
 AXWindow/AXNotificationCenterBanner "Banner" [1000 130 300 80] #banner
 AXMenu [10 30 200 300] #menu
-)").ok());
+)")
+                        .ok());
         appElement = ORVAXElement::newForApplication(100);
     }
     void TearDown() override {
@@ -101,8 +102,10 @@ TEST_F(ElementTrackers, VisibleFocusClipsToANonFullScreenWindowOnly) {
 
 TEST_F(ElementTrackers, OnlyTheRectangleDecidesWhetherTheVisibleFocusChanged) {
     class Switching : public ORVAXElementTracker {
-    public:
-        ORVOrientedRectRef focus() override { return ORVOrientedRect::initWithRect(rect, edge, 0, 2); }
+      public:
+        ORVOrientedRectRef focus() override {
+            return ORVOrientedRect::initWithRect(rect, edge, 0, 2);
+        }
         Rect rect{10, 10, 10, 10};
         uint32_t edge = 0;
     };
