@@ -89,7 +89,7 @@ TEST_F(LinuxDesktopTest, TabMovesFocusToTheWidgetWithTheFocusedState) {
     EXPECT_EQ(wasFocused, AXValue(false));
 }
 
-TEST_F(LinuxDesktopTest, WindowBoundsMatchTheXServerAndMoveWithTheWindow) {
+TEST_F(LinuxDesktopTest, MovingTheWindowNotifiesAndMovesItsChildren) {
     AXUIElementRef button = waitForTitle(*this, "First");
     AXUIElementRef window = elementAttr(ax(), button, "AXTopLevelUIElement");
     ASSERT_TRUE(window);
@@ -129,6 +129,28 @@ TEST_F(LinuxDesktopTest, WindowBoundsMatchTheXServerAndMoveWithTheWindow) {
     const Point d2{buttonAfter.get<Point>()->x - buttonBefore.get<Point>()->x,
                    buttonAfter.get<Point>()->y - buttonBefore.get<Point>()->y};
     EXPECT_EQ(d1, d2);
+}
+
+TEST_F(LinuxDesktopTest, BoundsAreWhereTheWidgetIsOnScreen) {
+    // A click at the centre of the reported bounds, made by the X server, toggles the check box:
+    // the bounds are the widget's screen extents, not merely what AT-SPI says about itself.
+    AXUIElementRef check = waitForTitle(*this, "Check me");
+    ASSERT_TRUE(check);
+    AXValue value, pos, size;
+    ASSERT_EQ(ax().copyAttributeValue(check, "AXValue", &value), kAXErrorSuccess);
+    EXPECT_EQ(value, AXValue(0));
+    ASSERT_EQ(ax().copyAttributeValue(check, "AXPosition", &pos), kAXErrorSuccess);
+    ASSERT_EQ(ax().copyAttributeValue(check, "AXSize", &size), kAXErrorSuccess);
+    const Rect r(*pos.get<Point>(), *size.get<Size>());
+    const Rect main = platform_->displays->displayBounds(platform_->displays->mainDisplayID());
+    ASSERT_TRUE(main.contains(Point{r.midX(), r.midY()}));
+    ASSERT_EQ(runTool({"xdotool", "mousemove", std::to_string(static_cast<int>(r.midX())),
+                       std::to_string(static_cast<int>(r.midY())), "click", "1"}),
+              0);
+    EXPECT_TRUE(waitUntil([&] {
+        return ax().copyAttributeValue(check, "AXValue", &value) == kAXErrorSuccess &&
+               value == AXValue(1);
+    }, 5));
 }
 
 TEST_F(LinuxDesktopTest, HungApplicationFailsWithinTheTimeout) {
