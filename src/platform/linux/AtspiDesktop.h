@@ -112,7 +112,8 @@ public:
     Signal<const RunningApplication&> didTerminateApplication;
     Signal<pid_t> frontApplicationSwitched;
 
-    // Event counters, for tests and the overhead benchmark.
+    // Counters for tests and diagnostics: events received, notifications delivered, searches
+    // of a window for its focused object.
     struct Stats {
         uint64_t events = 0;
         uint64_t deliveries = 0;

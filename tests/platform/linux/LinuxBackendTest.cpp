@@ -175,6 +175,30 @@ TEST_F(LinuxDesktopTest, HungApplicationFailsWithinTheTimeout) {
     }, 10));
 }
 
+TEST_F(LinuxDesktopTest, ElementsCompareByValueAndFocusReadsAreCheap) {
+    AXUIElementRef first = waitForTitle(*this, "First");
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(first && second);
+    AXUIElementRef p1 = elementAttr(ax(), first, "AXParent");
+    AXUIElementRef p2 = elementAttr(ax(), second, "AXParent");
+    ASSERT_TRUE(p1 && p2);
+    EXPECT_NE(p1.get(), p2.get());
+    EXPECT_TRUE(p1->equals(*p2));
+    EXPECT_EQ(p1->hash(), p2->hash());
+    EXPECT_FALSE(first->equals(*second));
+    EXPECT_FALSE(first->equals(*ax().createSystemWide()));
+
+    // Focus known from the events is answered without searching the window again.
+    AXUIElementRef app = ax().createApplication(appPid());
+    focus("Second");
+    ASSERT_TRUE(waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second); }, 5));
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    ASSERT_TRUE(desktop);
+    const uint64_t searches = desktop->stats().focusSearches;
+    for (int i = 0; i < 50; ++i) EXPECT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second));
+    EXPECT_EQ(desktop->stats().focusSearches, searches);
+}
+
 TEST_F(LinuxDesktopTest, ReadsFromAnotherThreadRunOnTheMainLoop) {
     AXUIElementRef button = waitForTitle(*this, "First");
     ASSERT_TRUE(button);
