@@ -5,12 +5,11 @@
 // Getters never fail outward: a failed read gives nullopt/nullptr, false, the all-zero rectangle,
 // a range at location -1 or -1, with a warning in the log unless the error is routine for that
 // read. The one exception to "nothing throws across a subsystem boundary": a PlatformException
-// that a backend raises while answering propagates out of every getter except the five element
-// array getters (getRows, getChildren, getVisibleChildren, getSelectedChildren, getSelectedRows),
-// which turn it into an empty array. Raises are expected only while applications build arrays;
-// anywhere else one reaches the guard around notification delivery, which logs it, so code
-// running outside a delivery (timers, start-up) should stick to the array getters where an
-// application may raise.
+// that a backend raises while answering (applications do so while building arrays) is caught
+// only by the five element array getters (getRows, getChildren, getVisibleChildren,
+// getSelectedChildren, getSelectedRows), which answer an empty array. From every other getter it
+// propagates to the caller's guard: the observation callback's guard for code run by a
+// notification, the main loop's own guard for timers and posted tasks.
 //
 // A wrapper is a snapshot for its cached strings (role, title, path, ...): a cached value is
 // never refreshed. Code that needs the current text of an editable element uses getTextValue or
@@ -43,7 +42,10 @@ using ORVAXEventBlock = ORVAXEventHandlers::Block;
 using ORVAXSubscription = ORVAXEventHandlers::Token;
 
 class ORVAXElement : public std::enable_shared_from_this<ORVAXElement> {
-    struct Passkey {};
+    // Only the creation operations make wrappers, always owned by a shared_ptr.
+    struct Passkey {
+        explicit Passkey() = default;
+    };
 
   public:
     // --- Creation: a new wrapper, or nullptr. ---

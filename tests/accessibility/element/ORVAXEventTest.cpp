@@ -68,9 +68,7 @@ TEST_F(ORVAXEventTest, DataIsAFreshWrapper) {
     app->find("field")->set("AXRole", AXValue("AXSearchField"));
     desk->post(app->find("field"), "AXMoved");
     desk->runUntilIdle();
-    ASSERT_TRUE(data);
-    EXPECT_NE(data, field);
-    EXPECT_TRUE(data->isEqual(field));
+    ASSERT_TRUE(data && data != field && data->isEqual(field));
     EXPECT_EQ(data->getRole(), "AXSearchField");
 }
 
