@@ -119,24 +119,28 @@ bool appGone(AtspiAccessible* acc) {
 }
 
 // States, or null when they could not be read.
-AtspiStateSet* statesOf(AtspiAccessible* acc) { return atspi_accessible_get_state_set(acc); }
+AtspiStateSet* statesOf(AtspiAccessible* acc) {
+    return atspi_accessible_get_state_set(acc);
+}
 
 }  // namespace
 
 // libatspi is not thread-safe: a call from another thread runs on the main loop and waits.
-#define ORV_ON_MAIN(call)                                               \
-    do {                                                                \
-        if (!desktop_->loop().isMainThread()) {                         \
-            AXError hopped = kAXErrorCannotComplete;                    \
-            desktop_->loop().postAndWait([&] { hopped = (call); });     \
-            return hopped;                                              \
-        }                                                               \
+#define ORV_ON_MAIN(call)                                           \
+    do {                                                            \
+        if (!desktop_->loop().isMainThread()) {                     \
+            AXError hopped = kAXErrorCannotComplete;                \
+            desktop_->loop().postAndWait([&] { hopped = (call); }); \
+            return hopped;                                          \
+        }                                                           \
     } while (0)
 
 AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     : desktop_(std::move(desktop)), systemWide_(AtspiElement::systemWide()) {}
 
-AXUIElementRef AtspiAccessibility::createSystemWide() { return systemWide_; }
+AXUIElementRef AtspiAccessibility::createSystemWide() {
+    return systemWide_;
+}
 
 AXUIElementRef AtspiAccessibility::createApplication(pid_t pid) {
     if (!desktop_->loop().isMainThread()) {
@@ -279,7 +283,8 @@ AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
     CallClock clock;
     GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(acc));
     if (!comp)
-        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorAttributeUnsupported;
+        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
+                                              : kAXErrorAttributeUnsupported;
     Err err;
     AtspiRect* r = atspi_component_get_extents(comp.p, ATSPI_COORD_TYPE_SCREEN, &err);
     if (!r || err.e) {
@@ -415,7 +420,9 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
     auto stateAttr = [&](AtspiStateType state) -> AXError {
         CallClock clock;
         AtspiStateSet* set = statesOf(acc);
-        if (!set) return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
+        if (!set)
+            return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
+                                                  : kAXErrorInvalidUIElement;
         if (atspi_state_set_contains(set, ATSPI_STATE_DEFUNCT)) {
             g_object_unref(set);
             return kAXErrorInvalidUIElement;
@@ -655,7 +662,8 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
 
 AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef& element,
                                                             const std::string& attribute,
-                                                            const AXValue& parameter, AXValue* out) {
+                                                            const AXValue& parameter,
+                                                            AXValue* out) {
     ORV_ON_MAIN(copyParameterizedAttributeValue(element, attribute, parameter, out));
     *out = AXValue();
     const AtspiElement* el = asAtspi(element);
@@ -663,7 +671,8 @@ AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef
     if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
     if (el->kind() != AtspiElement::Kind::Object) return kAXErrorParameterizedAttributeUnsupported;
     const bool bounds = attribute == "AXBoundsForRange";
-    if (!bounds && attribute != "AXStringForRange") return kAXErrorParameterizedAttributeUnsupported;
+    if (!bounds && attribute != "AXStringForRange")
+        return kAXErrorParameterizedAttributeUnsupported;
     const Range* range = parameter.get<Range>();
     if (!range || range->location < 0 || range->length < 0) return kAXErrorIllegalArgument;
     AtspiAccessible* acc = el->accessible();
@@ -677,7 +686,8 @@ AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef
     const int end = static_cast<int>(range->location + range->length);
     Err err;
     if (bounds) {
-        AtspiRect* r = atspi_text_get_range_extents(text.p, start, end, ATSPI_COORD_TYPE_SCREEN, &err);
+        AtspiRect* r =
+            atspi_text_get_range_extents(text.p, start, end, ATSPI_COORD_TYPE_SCREEN, &err);
         if (!r || err.e) {
             g_free(r);
             return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
@@ -706,8 +716,8 @@ AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
         case AtspiElement::Kind::Missing:
             return kAXErrorInvalidUIElement;
         case AtspiElement::Kind::Application:
-            *out = {"AXRole",    "AXRoleDescription", "AXTitle",       "AXChildren",
-                    "AXWindows", "AXFocusedUIElement", "AXFocusedWindow", "AXMainWindow",
+            *out = {"AXRole",      "AXRoleDescription",  "AXTitle",         "AXChildren",
+                    "AXWindows",   "AXFocusedUIElement", "AXFocusedWindow", "AXMainWindow",
                     "AXFrontmost", "AXEnabled"};
             return kAXErrorSuccess;
         case AtspiElement::Kind::Object:
@@ -717,10 +727,10 @@ AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
     if (appGone(acc)) return kAXErrorInvalidUIElement;
     int role = 0;
     if (AXError e = roleOf(acc, &role, nullptr)) return e;
-    *out = {"AXRole",     "AXSubrole",  "AXRoleDescription", "AXTitle",   "AXDescription",
-            "AXHelp",     "AXIdentifier", "AXPosition",      "AXSize",    "AXFrame",
-            "AXParent",   "AXChildren", "AXTopLevelUIElement", "AXWindow", "AXEnabled",
-            "AXFocused",  "AXSelected"};
+    *out = {"AXRole",    "AXSubrole",    "AXRoleDescription",   "AXTitle",  "AXDescription",
+            "AXHelp",    "AXIdentifier", "AXPosition",          "AXSize",   "AXFrame",
+            "AXParent",  "AXChildren",   "AXTopLevelUIElement", "AXWindow", "AXEnabled",
+            "AXFocused", "AXSelected"};
     if (isWindowRole(role)) out->insert(out->end(), {"AXFullScreen", "AXMinimized"});
     if (isToggleRole(role) || isRangeRole(role) || isTextRole(role) || isStaticTextRole(role) ||
         role == ATSPI_ROLE_COMBO_BOX)
@@ -742,7 +752,8 @@ AXError AtspiAccessibility::isAttributeSettable(const AXUIElementRef& element,
     if (appGone(acc)) return kAXErrorInvalidUIElement;
     CallClock clock;
     AtspiStateSet* set = statesOf(acc);
-    if (!set) return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
+    if (!set)
+        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
     if (attribute == "AXFocused") {
         *settable = atspi_state_set_contains(set, ATSPI_STATE_FOCUSABLE);
     } else if (attribute == "AXValue") {

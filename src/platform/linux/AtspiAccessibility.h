@@ -13,7 +13,7 @@ namespace orv::linuxdesk {
 // The accessibility calls of the seam answered from AT-SPI. Main thread only: libatspi is not
 // thread-safe.
 class AtspiAccessibility final : public AccessibilityAPI {
-public:
+  public:
     explicit AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop);
 
     AXUIElementRef createSystemWide() override;
@@ -40,7 +40,7 @@ public:
     AtspiDesktop& desktop() { return *desktop_; }
     const std::shared_ptr<AtspiDesktop>& sharedDesktop() const { return desktop_; }
 
-private:
+  private:
     AXError readSystemWide(const std::string& attribute, AXValue* out);
     AXError readObject(const AtspiElement& el, const std::string& attribute, AXValue* out);
     AXError roleOf(AtspiAccessible* acc, int* role, uint32_t* hints);

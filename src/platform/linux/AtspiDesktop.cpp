@@ -22,13 +22,19 @@ constexpr double kDefaultTimeout = 0.25;
 // Nodes looked at when the Collection interface is missing and the tree is walked by hand.
 constexpr int kFocusSearchLimit = 2000;
 
-double monotonicSeconds() { return static_cast<double>(g_get_monotonic_time()) / 1e6; }
+double monotonicSeconds() {
+    return static_cast<double>(g_get_monotonic_time()) / 1e6;
+}
 
 // Notifications and the AT-SPI events they come from. The first group is always registered: it
 // keeps focus, windows and the application list.
 const char* const kCoreEvents[] = {
-    "object:state-changed:focused", "object:active-descendant-changed", "window:activate",
-    "window:deactivate", "object:children-changed", "object:state-changed:defunct",
+    "object:state-changed:focused",
+    "object:active-descendant-changed",
+    "window:activate",
+    "window:deactivate",
+    "object:children-changed",
+    "object:state-changed:defunct",
 };
 
 const std::unordered_map<std::string, std::vector<const char*>>& notificationEvents() {
@@ -39,8 +45,7 @@ const std::unordered_map<std::string, std::vector<const char*>>& notificationEve
         {"AXUIElementDestroyed", {}},
         {"AXCreated", {}},
         {"AXWindowCreated", {"window:create"}},
-        {"AXValueChanged",
-         {"object:text-changed", "object:property-change:accessible-value"}},
+        {"AXValueChanged", {"object:text-changed", "object:property-change:accessible-value"}},
         {"AXSelectedTextChanged", {"object:text-caret-moved", "object:text-selection-changed"}},
         {"AXMoved", {"object:bounds-changed"}},
         {"AXResized", {"object:bounds-changed"}},
@@ -72,9 +77,13 @@ enum class EventKind {
 };
 
 EventKind kindOf(const char* type, int detail1) {
-    auto is = [type](const char* prefix) { return std::strncmp(type, prefix, std::strlen(prefix)) == 0; };
-    if (is("object:state-changed:focused")) return detail1 ? EventKind::Focused : EventKind::Unfocused;
-    if (is("object:state-changed:defunct")) return detail1 ? EventKind::Defunct : EventKind::Ignored;
+    auto is = [type](const char* prefix) {
+        return std::strncmp(type, prefix, std::strlen(prefix)) == 0;
+    };
+    if (is("object:state-changed:focused"))
+        return detail1 ? EventKind::Focused : EventKind::Unfocused;
+    if (is("object:state-changed:defunct"))
+        return detail1 ? EventKind::Defunct : EventKind::Ignored;
     if (is("object:active-descendant-changed")) return EventKind::ActiveDescendant;
     if (is("window:activate")) return EventKind::WindowActivate;
     if (is("window:deactivate")) return EventKind::WindowDeactivate;
@@ -123,7 +132,9 @@ bool contains(const char* haystack, const char* needle) {
 // ---------------------------------------------------------------------------------------------
 
 CallClock::CallClock() : start_(monotonicSeconds()) {}
-double CallClock::elapsed() const { return monotonicSeconds() - start_; }
+double CallClock::elapsed() const {
+    return monotonicSeconds() - start_;
+}
 
 struct AtspiDesktop::Pending {
     EventKind kind;
@@ -384,16 +395,18 @@ AtspiElementRef AtspiDesktop::searchFocus(AppInfo& app) {
             states, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
             ATSPI_Collection_MATCH_NONE, nullptr, ATSPI_Collection_MATCH_NONE, FALSE);
         GError* gerr = nullptr;
-        GArray* found = atspi_collection_get_matches(coll, rule, ATSPI_Collection_SORT_ORDER_CANONICAL,
-                                                     1, TRUE, &gerr);
+        GArray* found = atspi_collection_get_matches(
+            coll, rule, ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, &gerr);
         g_object_unref(rule);
         g_object_unref(states);
         g_object_unref(coll);
         AtspiElementRef result;
         const bool answered = found && !gerr;
         if (found) {
-            if (found->len > 0) result = AtspiElement::make(g_array_index(found, AtspiAccessible*, 0));
-            for (guint i = 0; i < found->len; ++i) g_object_unref(g_array_index(found, AtspiAccessible*, i));
+            if (found->len > 0)
+                result = AtspiElement::make(g_array_index(found, AtspiAccessible*, 0));
+            for (guint i = 0; i < found->len; ++i)
+                g_object_unref(g_array_index(found, AtspiAccessible*, i));
             g_array_free(found, TRUE);
         }
         if (gerr) g_error_free(gerr);
@@ -525,8 +538,8 @@ void AtspiDesktop::notify(const std::string& bus, const std::string& notificatio
         auto observer = it->second.lock();
         if (!observer || !observer->wants(notification)) continue;
         for (const auto& reg : observer->registrations(notification)) {
-            const bool onApp =
-                reg.element->kind() == AtspiElement::Kind::Application && reg.element->busName() == bus;
+            const bool onApp = reg.element->kind() == AtspiElement::Kind::Application &&
+                               reg.element->busName() == bus;
             if (!onApp && !(element && reg.element->equals(*element))) continue;
             // GTK reports many changes twice: one delivery per observer, notification, element
             // and registration in a batch.
@@ -536,7 +549,8 @@ void AtspiDesktop::notify(const std::string& bus, const std::string& notificatio
                     d.notification == notification && axEqual(d.element, element))
                     duplicate = true;
             if (duplicate) continue;
-            out.push_back(Delivery{observer, observer.get(), element, notification, reg.refcon, {}});
+            out.push_back(
+                Delivery{observer, observer.get(), element, notification, reg.refcon, {}});
         }
     }
 }
@@ -548,7 +562,8 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             AppInfo* app = appForBus(bus);
             if (!app) return;
             // GTK sends each focus-in twice.
-            if (app->focusLive && app->focus && app->focus->equals(*ev.source) && !app->focusContainer)
+            if (app->focusLive && app->focus && app->focus->equals(*ev.source) &&
+                !app->focusContainer)
                 return;
             app->focus = ev.source;
             app->focusContainer.reset();
@@ -557,8 +572,9 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (!(frontKnown_ && frontBus_ == bus)) {
                 setFrontmost(app);
                 const pid_t pid = app->pid;
-                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
-                                       [this, pid] { frontApplicationSwitched.emit(pid); }});
+                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
+                                           frontApplicationSwitched.emit(pid);
+                                       }});
             }
             notify(bus, "AXFocusedUIElementChanged", ev.source, out);
             return;
@@ -580,7 +596,8 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (!app) return;
             const bool containerHasFocus =
                 (app->focusLive && app->focus && app->focus->equals(*ev.source)) ||
-                (app->focusContainer && app->focusContainer->equals(*ev.source) && app->focusLive) ||
+                (app->focusContainer && app->focusContainer->equals(*ev.source) &&
+                 app->focusLive) ||
                 hasState(ev.source->accessible(), ATSPI_STATE_FOCUSED);
             if (!containerHasFocus) return;
             if (app->focusLive && app->focus && app->focus->equals(*ev.other)) return;
@@ -599,8 +616,9 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (!(frontKnown_ && frontBus_ == bus)) {
                 setFrontmost(app);
                 const pid_t pid = app->pid;
-                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
-                                       [this, pid] { frontApplicationSwitched.emit(pid); }});
+                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
+                                           frontApplicationSwitched.emit(pid);
+                                       }});
             }
             notify(bus, "AXFocusedWindowChanged", ev.source, out);
             notify(bus, "AXMainWindowChanged", ev.source, out);
@@ -625,8 +643,8 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             AppInfo* app = addApplication(ev.other->accessible());
             if (!app || known) return;
             RunningApplication ra = runningApplication(*app);
-            out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
-                                   [this, ra] { didLaunchApplication.emit(ra); }});
+            out.push_back(Delivery{
+                {}, nullptr, nullptr, {}, nullptr, [this, ra] { didLaunchApplication.emit(ra); }});
             return;
         }
         case EventKind::ChildRemoved: {
@@ -638,8 +656,9 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (it == apps_.end()) return;
             notify(it->first, "AXUIElementDestroyed", it->second.root, out);
             RunningApplication ra = runningApplication(it->second);
-            out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr,
-                                   [this, ra] { didTerminateApplication.emit(ra); }});
+            out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, ra] {
+                                       didTerminateApplication.emit(ra);
+                                   }});
             if (busByPid_.count(it->second.pid) && busByPid_[it->second.pid] == it->first)
                 busByPid_.erase(it->second.pid);
             if (frontBus_ == it->first) frontBus_.clear(), frontKnown_ = false;
@@ -655,7 +674,8 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         }
         case EventKind::Bounds: {
             GError* err = nullptr;
-            const bool window = isWindowRole(atspi_accessible_get_role(ev.source->accessible(), &err));
+            const bool window =
+                isWindowRole(atspi_accessible_get_role(ev.source->accessible(), &err));
             if (err) g_error_free(err);
             notify(bus, window ? "AXWindowMoved" : "AXMoved", ev.source, out);
             notify(bus, window ? "AXWindowResized" : "AXResized", ev.source, out);

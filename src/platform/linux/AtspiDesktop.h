@@ -32,11 +32,11 @@ class AtspiObserver;
 
 // What one libatspi call came back with, for mapping onto the AX error numbers.
 class CallClock {
-public:
+  public:
     CallClock();
     double elapsed() const;
 
-private:
+  private:
     double start_;
 };
 
@@ -56,7 +56,7 @@ struct AppInfo {
 };
 
 class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
-public:
+  public:
     explicit AtspiDesktop(std::shared_ptr<MainLoop> loop);
     ~AtspiDesktop();
     AtspiDesktop(const AtspiDesktop&) = delete;
@@ -124,7 +124,7 @@ public:
     // Called by libatspi (through a static trampoline).
     void onEvent(const AtspiEvent* event);
 
-private:
+  private:
     struct Pending;
     struct Delivery;
 
@@ -163,7 +163,7 @@ private:
 // One observer per process: registrations of (element, notification), delivered on the main loop
 // while attached.
 class AtspiObserver : public AXObserver, public std::enable_shared_from_this<AtspiObserver> {
-public:
+  public:
     AtspiObserver(std::weak_ptr<AtspiDesktop> desktop, pid_t pid, AXObserverCallback callback);
     ~AtspiObserver() override;
 
@@ -186,7 +186,7 @@ public:
     bool wants(const std::string& notification) const { return regs_.count(notification) != 0; }
     void deliver(const AXUIElementRef& element, const std::string& notification, void* refcon);
 
-private:
+  private:
     std::weak_ptr<AtspiDesktop> desktop_;
     pid_t pid_;
     AXObserverCallback callback_;

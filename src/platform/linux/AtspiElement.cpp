@@ -17,7 +17,9 @@ gboolean unrefOnMain(gpointer acc) {
 }
 }  // namespace
 
-void setElementOwnerThread() { g_mainThread = std::this_thread::get_id(); }
+void setElementOwnerThread() {
+    g_mainThread = std::this_thread::get_id();
+}
 
 std::string busNameOf(AtspiAccessible* acc) {
     if (!acc) return {};
@@ -72,7 +74,8 @@ std::shared_ptr<const AtspiElement> AtspiElement::systemWide() {
 }
 
 std::shared_ptr<const AtspiElement> AtspiElement::missing(pid_t pid) {
-    return std::shared_ptr<const AtspiElement>(new AtspiElement(Kind::Missing, nullptr, "", "", pid));
+    return std::shared_ptr<const AtspiElement>(
+        new AtspiElement(Kind::Missing, nullptr, "", "", pid));
 }
 
 bool AtspiElement::equals(const AXUIElement& other) const {

@@ -15,7 +15,7 @@ namespace orv::linuxdesk {
 // at creation: libatspi disposes objects of vanished applications, after which the wrapper must
 // still compare and describe itself.
 class AtspiElement final : public AXUIElement {
-public:
+  public:
     enum class Kind {
         SystemWide,
         // The application's root object.
@@ -52,7 +52,7 @@ public:
         return bus == bus_ && path == path_;
     }
 
-private:
+  private:
     AtspiElement(Kind kind, AtspiAccessible* acc, std::string bus, std::string path, pid_t pid);
 
     Kind kind_;

@@ -58,7 +58,9 @@ gboolean quitOnMain(gpointer) {
     return G_SOURCE_REMOVE;
 }
 
-void quitAtspiLoop() { g_main_context_invoke(nullptr, quitOnMain, nullptr); }
+void quitAtspiLoop() {
+    g_main_context_invoke(nullptr, quitOnMain, nullptr);
+}
 
 }  // namespace
 
@@ -80,7 +82,8 @@ std::shared_ptr<Platform> makeLinuxPlatform(std::string* whyNot) {
     }
     if (g_init != InitState::Ok) {
         XCloseDisplay(dpy);
-        if (whyNot) *whyNot = "the accessibility bus cannot be reached (is at-spi-bus-launcher running?)";
+        if (whyNot)
+            *whyNot = "the accessibility bus cannot be reached (is at-spi-bus-launcher running?)";
         return nullptr;
     }
 

@@ -12,7 +12,8 @@ extern char** environ;
 
 namespace orv::linuxdesk {
 
-LinuxWorkspace::LinuxWorkspace(std::shared_ptr<AtspiDesktop> desktop) : desktop_(std::move(desktop)) {
+LinuxWorkspace::LinuxWorkspace(std::shared_ptr<AtspiDesktop> desktop)
+    : desktop_(std::move(desktop)) {
     launch_ = desktop_->didLaunchApplication.connect(
         [this](const RunningApplication& app) { didLaunchApplication.emit(app); });
     terminate_ = desktop_->didTerminateApplication.connect(
@@ -40,7 +41,8 @@ std::optional<RunningApplication> LinuxWorkspace::frontmostApplication() {
     return desktop_->runningApplication(*app);
 }
 
-std::optional<RunningApplication> LinuxWorkspace::runningApplicationWithProcessIdentifier(pid_t pid) {
+std::optional<RunningApplication> LinuxWorkspace::runningApplicationWithProcessIdentifier(
+    pid_t pid) {
     AppInfo* app = desktop_->appForPid(pid);
     if (!app) return std::nullopt;
     return desktop_->runningApplication(*app);

@@ -10,7 +10,7 @@ namespace orv::linuxdesk {
 // Running applications are the accessible applications on the AT-SPI desktop; the front one is
 // the last to activate a window. Main thread only.
 class LinuxWorkspace final : public Workspace {
-public:
+  public:
     explicit LinuxWorkspace(std::shared_ptr<AtspiDesktop> desktop);
     ~LinuxWorkspace() override;
 
@@ -24,7 +24,7 @@ public:
     bool runSystemScript(const std::string& source, std::string* error) override;
     std::string pathForAuxiliaryExecutable(const std::string& name) override;
 
-private:
+  private:
     std::shared_ptr<AtspiDesktop> desktop_;
     Signal<>::Connection launch_ = 0, terminate_ = 0, front_ = 0;
 };

@@ -21,7 +21,8 @@ X11Displays::X11Displays(Display* display, Display* pointer, MainLoop& loop)
         rrEventBase_ = -1;
     }
     readLayout();
-    watch_ = loop_.watchFd(ConnectionNumber(dpy_), kFdReadable, [this](int, short) { drainEvents(); });
+    watch_ =
+        loop_.watchFd(ConnectionNumber(dpy_), kFdReadable, [this](int, short) { drainEvents(); });
 }
 
 X11Displays::~X11Displays() {

@@ -14,7 +14,7 @@ namespace orv::linuxdesk {
 // Displays from the XRandR monitors of the X screen (the main display is the primary monitor),
 // the pointer from Xlib. The layout is cached and re-read when XRandR reports a change.
 class X11Displays final : public Displays {
-public:
+  public:
     struct Monitor {
         DisplayID id = 0;
         Rect x11;  // X screen coordinates, top-left origin
@@ -38,7 +38,7 @@ public:
     // Called whenever the layout was read anew.
     std::function<void()> onLayoutChanged;
 
-private:
+  private:
     X11Displays(Display* display, Display* pointer, MainLoop& loop);
     void readLayout();
     void drainEvents();

@@ -3,17 +3,16 @@
 // Built only with the backend: without libatspi's headers there is nothing to test.
 #if __has_include(<atspi/atspi.h>)
 
-#include <gtest/gtest.h>
-
 #include <atspi/atspi.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <thread>
 #include <cstdlib>
 #include <deque>
 #include <set>
+#include <thread>
 
 #include "platform/linux/AtspiDesktop.h"
 #include "platform/linux/LinuxDesktopSession.h"
@@ -30,11 +29,21 @@ using contract::waitForTitle;
 
 // --- The shared contract ---------------------------------------------------------------------
 
-TEST_F(LinuxDesktopTest, ContractRoles) { contract::checkRoles(*this); }
-TEST_F(LinuxDesktopTest, ContractFocusAndParents) { contract::checkFocusAndParents(*this); }
-TEST_F(LinuxDesktopTest, ContractBounds) { contract::checkBounds(*this); }
-TEST_F(LinuxDesktopTest, ContractFocusNotifications) { contract::checkFocusNotifications(*this); }
-TEST_F(LinuxDesktopTest, ContractGoneApplication) { contract::checkGoneApplication(*this); }
+TEST_F(LinuxDesktopTest, ContractRoles) {
+    contract::checkRoles(*this);
+}
+TEST_F(LinuxDesktopTest, ContractFocusAndParents) {
+    contract::checkFocusAndParents(*this);
+}
+TEST_F(LinuxDesktopTest, ContractBounds) {
+    contract::checkBounds(*this);
+}
+TEST_F(LinuxDesktopTest, ContractFocusNotifications) {
+    contract::checkFocusNotifications(*this);
+}
+TEST_F(LinuxDesktopTest, ContractGoneApplication) {
+    contract::checkGoneApplication(*this);
+}
 
 // --- Linux specifics ---------------------------------------------------------------------------
 
@@ -69,13 +78,16 @@ TEST_F(LinuxDesktopTest, TabMovesFocusToTheWidgetWithTheFocusedState) {
     AXUIElementRef app = ax().createApplication(appPid());
     AXUIElementRef first = waitForTitle(*this, "First");
     focus("First");
-    ASSERT_TRUE(waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
     ASSERT_EQ(runTool({"xdotool", "key", "Tab"}), 0);
     AXUIElementRef focused;
-    ASSERT_TRUE(waitUntil([&] {
-        focused = elementAttr(ax(), app, "AXFocusedUIElement");
-        return focused && !axEqual(focused, first);
-    }, 5));
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            focused = elementAttr(ax(), app, "AXFocusedUIElement");
+            return focused && !axEqual(focused, first);
+        },
+        5));
     EXPECT_EQ(stringAttr(ax(), focused, "AXTitle"), "Second");
     // The answer must be the one object AT-SPI itself marks focused.
     auto* el = linuxdesk::asAtspi(focused);
@@ -100,11 +112,12 @@ TEST_F(LinuxDesktopTest, MovingTheWindowNotifiesAndMovesItsChildren) {
 
     std::vector<AXUIElementRef> moved;
     AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(appPid(),
-                                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
-                                      moved.push_back(e);
-                                  },
-                                  &observer),
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
+                      moved.push_back(e);
+                  },
+                  &observer),
               kAXErrorSuccess);
     AXUIElementRef app = ax().createApplication(appPid());
     ASSERT_EQ(observer->addNotification(app, "AXWindowMoved", nullptr), kAXErrorSuccess);
@@ -112,12 +125,14 @@ TEST_F(LinuxDesktopTest, MovingTheWindowNotifiesAndMovesItsChildren) {
 
     app_->send("move 300 200");
     Point now;
-    ASSERT_TRUE(waitUntil([&] {
-        AXValue p;
-        if (ax().copyAttributeValue(window, "AXPosition", &p) != kAXErrorSuccess) return false;
-        now = *p.get<Point>();
-        return now != *before.get<Point>();
-    }, 5));
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AXValue p;
+            if (ax().copyAttributeValue(window, "AXPosition", &p) != kAXErrorSuccess) return false;
+            now = *p.get<Point>();
+            return now != *before.get<Point>();
+        },
+        5));
     EXPECT_TRUE(waitUntil([&] { return !moved.empty(); }, 5));
     if (!moved.empty()) {
         EXPECT_TRUE(axEqual(moved.back(), window));
@@ -147,10 +162,12 @@ TEST_F(LinuxDesktopTest, BoundsAreWhereTheWidgetIsOnScreen) {
     ASSERT_EQ(runTool({"xdotool", "mousemove", std::to_string(static_cast<int>(r.midX())),
                        std::to_string(static_cast<int>(r.midY())), "click", "1"}),
               0);
-    EXPECT_TRUE(waitUntil([&] {
-        return ax().copyAttributeValue(check, "AXValue", &value) == kAXErrorSuccess &&
-               value == AXValue(1);
-    }, 5));
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            return ax().copyAttributeValue(check, "AXValue", &value) == kAXErrorSuccess &&
+                   value == AXValue(1);
+        },
+        5));
 }
 
 TEST_F(LinuxDesktopTest, HungApplicationFailsWithinTheTimeout) {
@@ -170,9 +187,9 @@ TEST_F(LinuxDesktopTest, HungApplicationFailsWithinTheTimeout) {
     AXValue pos;
     EXPECT_EQ(ax().copyAttributeValue(button, "AXPosition", &pos), kAXErrorCannotComplete);
     app_->kill(SIGCONT);
-    EXPECT_TRUE(waitUntil([&] {
-        return ax().copyAttributeValue(button, "AXPosition", &pos) == kAXErrorSuccess;
-    }, 10));
+    EXPECT_TRUE(waitUntil(
+        [&] { return ax().copyAttributeValue(button, "AXPosition", &pos) == kAXErrorSuccess; },
+        10));
 }
 
 TEST_F(LinuxDesktopTest, ElementsCompareByValueAndFocusReadsAreCheap) {
@@ -191,11 +208,13 @@ TEST_F(LinuxDesktopTest, ElementsCompareByValueAndFocusReadsAreCheap) {
     // Focus known from the events is answered without searching the window again.
     AXUIElementRef app = ax().createApplication(appPid());
     focus("Second");
-    ASSERT_TRUE(waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second); }, 5));
+    ASSERT_TRUE(waitUntil(
+        [&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second); }, 5));
     auto desktop = linuxdesk::atspiDesktopOf(*platform_);
     ASSERT_TRUE(desktop);
     const uint64_t searches = desktop->stats().focusSearches;
-    for (int i = 0; i < 50; ++i) EXPECT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second));
+    for (int i = 0; i < 50; ++i)
+        EXPECT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second));
     EXPECT_EQ(desktop->stats().focusSearches, searches);
 }
 
@@ -238,15 +257,18 @@ TEST_F(LinuxDesktopTest, WorkspaceKnowsTheApplicationAndItsLaunch) {
     TestApp second(*platform_);
     std::string why;
     ASSERT_TRUE(second.start(&why)) << why;
-    EXPECT_TRUE(waitUntil([&] {
-        return std::count(launched.begin(), launched.end(), second.pid()) == 1 &&
-               !switched.empty() && switched.back() == second.pid();
-    }, 5));
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            return std::count(launched.begin(), launched.end(), second.pid()) == 1 &&
+                   !switched.empty() && switched.back() == second.pid();
+        },
+        5));
     platform_->workspace->didLaunchApplication.disconnect(c1);
     platform_->workspace->frontApplicationSwitched.disconnect(c2);
     EXPECT_EQ(platform_->workspace->frontmostApplication()->pid, second.pid());
-    EXPECT_EQ(platform_->workspace->runningApplicationsWithBundleIdentifier("orv-gtk-testapp").size(),
-              2u);
+    EXPECT_EQ(
+        platform_->workspace->runningApplicationsWithBundleIdentifier("orv-gtk-testapp").size(),
+        2u);
 }
 
 TEST_F(LinuxDesktopTest, DisplaysAndPointerUseBottomLeftScreenCoordinates) {
@@ -282,11 +304,13 @@ TEST_F(LinuxDesktopTest, GtkWidgetFactoryMapsItsRoles) {
     if (pid <= 0) GTEST_SKIP() << "gtk3-widget-factory is not installed";
     std::set<std::string> roles;
     AXUIElementRef app;
-    waitUntil([&] {
-        app = ax().createApplication(pid);
-        return stringAttr(ax(), app, "AXRole") == "AXApplication" &&
-               elementAttr(ax(), app, "AXFocusedUIElement") != nullptr;
-    }, 15);
+    waitUntil(
+        [&] {
+            app = ax().createApplication(pid);
+            return stringAttr(ax(), app, "AXRole") == "AXApplication" &&
+                   elementAttr(ax(), app, "AXFocusedUIElement") != nullptr;
+        },
+        15);
     std::deque<AXUIElementRef> queue{app};
     int budget = 3000;
     while (!queue.empty() && budget-- > 0) {

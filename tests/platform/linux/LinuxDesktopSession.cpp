@@ -151,7 +151,8 @@ void LinuxDesktopTest::SetUp() {
         GTEST_SKIP() << "no desktop session: " << why;
     }
 #ifndef ORV_GTK_TESTAPP
-    if (inSession) FAIL() << "built without the GTK test application: install libgtk-3-dev, rebuild";
+    if (inSession)
+        FAIL() << "built without the GTK test application: install libgtk-3-dev, rebuild";
     GTEST_SKIP() << "the GTK test application was not built (no GTK3 development files)";
 #endif
     app_ = std::make_unique<TestApp>(*platform_);
@@ -164,9 +165,10 @@ void LinuxDesktopTest::TearDown() {
         app_.reset();
         // Let the desktop forget it before the next test starts its own.
         if (platform_ && pid > 0)
-            linuxtest::waitUntil(*platform_, [&] {
-                return !platform_->workspace->runningApplicationWithProcessIdentifier(pid);
-            }, 5);
+            linuxtest::waitUntil(
+                *platform_,
+                [&] { return !platform_->workspace->runningApplicationWithProcessIdentifier(pid); },
+                5);
     }
 }
 

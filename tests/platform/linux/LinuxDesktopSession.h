@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/contract/SeamContract.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/contract/SeamContract.h"
 
 namespace orv::linuxtest {
 
@@ -26,7 +26,7 @@ int runTool(const std::vector<std::string>& argv);
 
 // The test window as a child process, driven through its standard input.
 class TestApp {
-public:
+  public:
     explicit TestApp(Platform& platform) : platform_(platform) {}
     ~TestApp();
     // Starts it and waits until it is on the accessibility desktop with focus on "First".
@@ -35,7 +35,7 @@ public:
     void kill(int signal);
     pid_t pid() const { return pid_; }
 
-private:
+  private:
     Platform& platform_;
     pid_t pid_ = 0;
     int in_ = -1;
@@ -46,7 +46,7 @@ private:
 bool waitUntil(Platform& platform, const std::function<bool()>& condition, double seconds);
 
 class LinuxDesktopTest : public ::testing::Test, public contract::ContractDesktop {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 

@@ -1,8 +1,7 @@
 // Built only with the backend: without libatspi's headers there is nothing to test.
 #if __has_include(<atspi/atspi.h>)
-#include <gtest/gtest.h>
-
 #include <atspi/atspi.h>
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
@@ -12,7 +11,9 @@
 namespace orv::linuxdesk {
 namespace {
 
-std::string role(int r, uint32_t hints = kHintNone) { return axRoleFor(r, hints).role; }
+std::string role(int r, uint32_t hints = kHintNone) {
+    return axRoleFor(r, hints).role;
+}
 std::string subrole(int r, uint32_t hints = kHintNone) {
     const char* s = axRoleFor(r, hints).subrole;
     return s ? s : "";

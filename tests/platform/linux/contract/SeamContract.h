@@ -20,7 +20,7 @@
 namespace orv::contract {
 
 class ContractDesktop {
-public:
+  public:
     virtual ~ContractDesktop() = default;
     virtual Platform& platform() = 0;
     // Pid of the running test application (started by the driver before the checks).
@@ -165,8 +165,8 @@ inline void checkFocusNotifications(ContractDesktop& d) {
     AXUIElementRef second = waitForTitle(d, "Second");
     ASSERT_TRUE(first && second);
     d.focus("First");
-    ASSERT_TRUE(d.waitUntil(
-        [&] { return axEqual(elementAttr(ax, app, "AXFocusedUIElement"), first); }, 5));
+    ASSERT_TRUE(
+        d.waitUntil([&] { return axEqual(elementAttr(ax, app, "AXFocusedUIElement"), first); }, 5));
 
     std::vector<AXUIElementRef> seen;
     AXObserverRef observer;
@@ -177,7 +177,8 @@ inline void checkFocusNotifications(ContractDesktop& d) {
                   },
                   &observer),
               kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr), kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
     observer->attachToMainLoop();
 
     d.focus("Second");

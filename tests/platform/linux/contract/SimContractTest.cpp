@@ -10,7 +10,7 @@ namespace orv::contract {
 namespace {
 
 class SimContract : public ::testing::Test, public ContractDesktop {
-protected:
+  protected:
     void SetUp() override {
         auto& app = desk_->addApplication(kPid, "orv-gtk-testapp", "orv-gtk-testapp");
         ASSERT_TRUE(app.load(R"(
@@ -51,11 +51,21 @@ AXWindow/AXStandardWindow "Ocuvane Test" [60 40 420 460] #win
     std::shared_ptr<Platform> platform_;
 };
 
-TEST_F(SimContract, Roles) { checkRoles(*this); }
-TEST_F(SimContract, FocusAndParents) { checkFocusAndParents(*this); }
-TEST_F(SimContract, Bounds) { checkBounds(*this); }
-TEST_F(SimContract, FocusNotifications) { checkFocusNotifications(*this); }
-TEST_F(SimContract, GoneApplication) { checkGoneApplication(*this); }
+TEST_F(SimContract, Roles) {
+    checkRoles(*this);
+}
+TEST_F(SimContract, FocusAndParents) {
+    checkFocusAndParents(*this);
+}
+TEST_F(SimContract, Bounds) {
+    checkBounds(*this);
+}
+TEST_F(SimContract, FocusNotifications) {
+    checkFocusNotifications(*this);
+}
+TEST_F(SimContract, GoneApplication) {
+    checkGoneApplication(*this);
+}
 
 }  // namespace
 }  // namespace orv::contract
