@@ -139,6 +139,26 @@ TEST_F(ORVAXElementTest, VisibleBoundsTakeTheFirstRuleThatApplies) {
     EXPECT_TRUE(wrap("far")->getVisibleBounds().isNull());
 }
 
+TEST_F(ORVAXElementTest, TextBoundsComeInAgentCoordinates) {
+    auto text = app->find("text");
+    text->setParameterized("AXBoundsForRange", AXValue(Rect(40, 140, 7, 16)));
+    text->setParameterized("AXTextMarkerRangeForUnorderedTextMarkers",
+                           [](const AXValue& markers, AXValue* out) {
+                               const auto* pair = markers.get<AXArray>();
+                               if (!pair || pair->size() != 2 || !((*pair)[0] == (*pair)[1]))
+                                   return kAXErrorIllegalArgument;
+                               *out = AXTextMarkerRange{"caret"};
+                               return kAXErrorSuccess;
+                           });
+    text->setParameterized("AXBoundsForTextMarkerRange", [](const AXValue& range, AXValue* out) {
+        *out = range == AXValue(AXTextMarkerRange{"caret"}) ? Rect(47, 140, 1, 16) : Rect();
+        return kAXErrorSuccess;
+    });
+    auto wrapper = wrap("text");
+    EXPECT_EQ(wrapper->getBoundsForRange(Range{0, 1}), agent(40, 140, 7, 16));
+    EXPECT_EQ(wrapper->getBoundsForTextMarker(AXValue(AXTextMarker{"m"})), agent(47, 140, 1, 16));
+}
+
 TEST_F(ORVAXElementTest, ParentSearches) {
     auto bold = wrap("bold");
     EXPECT_TRUE(bold->getParentWithRole("AXGroup", "AXOuter")->isEqual(wrap("outer")));
