@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 
@@ -59,20 +60,28 @@ std::vector<RunningApplication> LinuxWorkspace::runningApplicationsWithBundleIde
 bool LinuxWorkspace::launchApplication(const std::string& path,
                                        const std::vector<std::string>& arguments,
                                        std::string* error) {
+    if (access(path.c_str(), X_OK) != 0) {
+        if (error) *error = "cannot launch " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    // A shell that starts the program in the background and ends at once: the program is not our
+    // child, so nothing is left to reap, and it outlives us.
+    std::vector<std::string> args{"/bin/sh", "-c", "\"$0\" \"$@\" </dev/null >/dev/null 2>&1 &",
+                                  path};
+    args.insert(args.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(path.c_str()));
-    for (const auto& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
+    for (auto& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
     pid_t pid = 0;
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    // Its own process group: it outlives us and ignores our terminal's signals.
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attr, 0);
-    const int rc = posix_spawn(&pid, path.c_str(), nullptr, &attr, argv.data(), environ);
-    posix_spawnattr_destroy(&attr);
+    const int rc = posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv.data(), environ);
     if (rc != 0) {
-        if (error) *error = std::string("cannot launch ") + path + ": " + std::strerror(rc);
+        if (error) *error = "cannot launch " + path + ": " + std::strerror(rc);
+        return false;
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        if (error) *error = "cannot launch " + path;
         return false;
     }
     return true;

@@ -271,6 +271,23 @@ TEST_F(LinuxDesktopTest, WorkspaceKnowsTheApplicationAndItsLaunch) {
         2u);
 }
 
+TEST_F(LinuxDesktopTest, LaunchedProgramsArriveAsApplications) {
+    std::vector<RunningApplication> launched;
+    auto conn = platform_->workspace->didLaunchApplication.connect(
+        [&](const RunningApplication& a) { launched.push_back(a); });
+    std::string error;
+    EXPECT_FALSE(platform_->workspace->launchApplication("/nonexistent/program", {}, &error));
+    EXPECT_NE(error.find("/nonexistent/program"), std::string::npos);
+    ASSERT_TRUE(platform_->workspace->launchApplication(ORV_GTK_TESTAPP, {"--no-stdin"}, &error))
+        << error;
+    EXPECT_TRUE(waitUntil([&] { return !launched.empty(); }, 10));
+    platform_->workspace->didLaunchApplication.disconnect(conn);
+    ASSERT_EQ(launched.size(), 1u);
+    EXPECT_EQ(launched[0].bundleIdentifier, "orv-gtk-testapp");
+    EXPECT_NE(launched[0].pid, appPid());
+    if (launched[0].pid > 0) kill(launched[0].pid, SIGKILL);
+}
+
 TEST_F(LinuxDesktopTest, DisplaysAndPointerUseBottomLeftScreenCoordinates) {
     Displays& d = *platform_->displays;
     const Rect main = d.displayBounds(d.mainDisplayID());

@@ -6,7 +6,8 @@
  *   move X Y      move the window
  *   text STRING   replace the text field's contents
  *   quit          end
- * With --cycle MS it moves focus to the next widget every MS milliseconds by itself.
+ * With --cycle MS it moves focus to the next widget every MS milliseconds by itself; with
+ * --no-stdin it ignores standard input (and does not end when it closes).
  * It writes "ready" on standard output once its window has been shown. */
 #include <gtk/gtk.h>
 #include <stdlib.h>
@@ -76,8 +77,11 @@ static gboolean announce(GtkWidget *w, GdkEvent *ev, gpointer data) {
 
 int main(int argc, char **argv) {
     int cycle_ms = 0;
-    for (int i = 1; i < argc; i++)
+    gboolean use_stdin = TRUE;
+    for (int i = 1; i < argc; i++) {
         if (strcmp(argv[i], "--cycle") == 0 && i + 1 < argc) cycle_ms = atoi(argv[++i]);
+        if (strcmp(argv[i], "--no-stdin") == 0) use_stdin = FALSE;
+    }
     g_set_prgname("orv-gtk-testapp");
     gtk_init(&argc, &argv);
     by_name = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, NULL);
@@ -127,8 +131,10 @@ int main(int argc, char **argv) {
     gtk_box_pack_start(GTK_BOX(box), scroll, TRUE, TRUE, 0);
 
     g_signal_connect(window, "map-event", G_CALLBACK(announce), NULL);
-    GIOChannel *in = g_io_channel_unix_new(0);
-    g_io_add_watch(in, G_IO_IN | G_IO_HUP | G_IO_ERR, on_stdin, NULL);
+    if (use_stdin) {
+        GIOChannel *in = g_io_channel_unix_new(0);
+        g_io_add_watch(in, G_IO_IN | G_IO_HUP | G_IO_ERR, on_stdin, NULL);
+    }
     if (cycle_ms > 0) g_timeout_add(cycle_ms, cycle, NULL);
 
     gtk_widget_show_all(window);
