@@ -34,6 +34,10 @@ std::string bundleIdOf(pid_t pid) {
 struct SystemUIState {
     AXUIElementRef systemWide;
     TimerRef timer;
+    // The element seen last and its process: an element never changes process, so a steady
+    // focus needs no second call to learn it.
+    AXUIElementRef lastElement;
+    pid_t lastPid = 0;
 };
 
 SystemUIState& U() {
@@ -129,9 +133,13 @@ void ORVAXSystemUITracker::checkSystemWideForUIServer() {
         return;
     const auto* element = value.get<AXUIElementRef>();
     if (!element || !*element) return;
-    ORVAXElementRef wrapper = ORVAXElement::newForElement(*element);
-    if (!wrapper) return;
-    ORVAXAppTracker::systemUIReportsFocusOnPID(wrapper->getPid());
+    if (!s.lastElement || !axEqual(s.lastElement, *element)) {
+        ORVAXElementRef wrapper = ORVAXElement::newForElement(*element);
+        if (!wrapper) return;
+        s.lastElement = *element;
+        s.lastPid = wrapper->getPid();
+    }
+    ORVAXAppTracker::systemUIReportsFocusOnPID(s.lastPid);
 }
 
 bool ORVAXSystemUITracker::isRunning() {

@@ -145,6 +145,7 @@ AXWindow "Panel" [1000 0 200 100] #panel
     h.desk->calls().reset();
     h.advance(1.0);
     EXPECT_EQ(h.desk->calls().reads("AXFocusedUIElement"), 10u + 2u);
+    EXPECT_EQ(h.desk->calls().calls("getPid"), 0u);
 }
 
 TEST_F(FocusRoad, AnExcludedApplicationIsLeftWithoutTheEnhancedInterface) {
