@@ -367,6 +367,8 @@ std::optional<AXError> SimDesktop::derived(const SimNodePtr& n, const std::strin
         return std::nullopt;
     }
     if (a == "AXMain" && n->role() == "AXWindow") return answer(app && app->mainWindow() == n);
+    // Windows answer whether they are full screen, as real ones do; a test sets it to true.
+    if (a == "AXFullScreen" && n->role() == "AXWindow") return answer(false);
     if (n->isText()) {
         const TextLayout& layout = n->layout();
         Range sel = clampTo(n->selection(), layout.length());
