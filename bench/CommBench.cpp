@@ -48,8 +48,8 @@ void BM_DecodeFocusAreaRequest(benchmark::State& state) {
     const std::vector<uint8_t> datagram(text.begin(), text.end());
     for (auto _ : state) {
         ORVCommFields fields = orvCommSplitFields(text);
-        ORVCommPktRef packet = ORVCommKinds::forCode(orvCommIntValue(fields[1]))
-                                   ->newFrom({}, datagram, fields[0]);
+        ORVCommPktRef packet =
+            ORVCommKinds::forCode(orvCommIntValue(fields[1]))->newFrom({}, datagram, fields[0]);
         packet->decodePayload(fields);
         benchmark::DoNotOptimize(packet);
     }

@@ -25,12 +25,12 @@ namespace {
 using namespace orv;
 
 class NullSink : public LogSink {
-public:
+  public:
     void writeLine(const std::string&) override {}
 };
 
 class FuzzApp : public ApplicationHost {
-public:
+  public:
     std::vector<std::string> arguments() override { return {}; }
     OSVersion operatingSystemVersion() override { return {}; }
     std::string executablePath() override { return {}; }
@@ -73,7 +73,9 @@ struct World {
         hooks.statusSubscriptionConfirmed = [this](bool ok) { seen += ok; };
         hooks.statusReceived = [this](const ORVCommDictionary& d) { seen += d.size(); };
         hooks.statusChanged = [this](const std::string& k, const std::string& o,
-                                     const std::string& n) { seen += k.size() + o.size() + n.size(); };
+                                     const std::string& n) {
+            seen += k.size() + o.size() + n.size();
+        };
         hooks.shutdown = [this] { ++seen; };
         hub->setRequestObserver([this](const ORVCommPktRef& p, const ORVCommFields& f) {
             seen += f.size() + p->description().size();

@@ -143,8 +143,8 @@ void GCDAsyncUdpSocket::runOnQueueAndWait(const std::function<void()>& task) {
 
 void GCDAsyncUdpSocket::assertOnSocketQueue() const {
     if (std::this_thread::get_id() != workerId_.load()) {
-        std::string line = format("*** Assertion failure in %s: Must be dispatched on socketQueue",
-                                  kSourceName);
+        std::string line =
+            format("*** Assertion failure in %s: Must be dispatched on socketQueue", kSourceName);
         systemLog(line);
         std::fprintf(stderr, "%s\n", line.c_str());
         std::abort();
@@ -317,11 +317,13 @@ bool GCDAsyncUdpSocket::resolve(const std::string& host, uint16_t port, SocketAd
         return true;
     }
     if (!ipv6Enabled_) {
-        setError(error, socketError(GCDAsyncUdpSocketOtherError,
-                                    "IPv6 has been disabled and DNS lookup found no IPv4 address(es)."));
+        setError(error,
+                 socketError(GCDAsyncUdpSocketOtherError,
+                             "IPv6 has been disabled and DNS lookup found no IPv4 address(es)."));
     } else {
-        setError(error, socketError(GCDAsyncUdpSocketOtherError,
-                                    "IPv4 has been disabled and DNS lookup found no IPv6 address(es)."));
+        setError(error,
+                 socketError(GCDAsyncUdpSocketOtherError,
+                             "IPv4 has been disabled and DNS lookup found no IPv6 address(es)."));
     }
     return false;
 }
@@ -357,8 +359,9 @@ bool GCDAsyncUdpSocket::bindToPort(uint16_t port, const std::string& interface,
     bool ok = false;
     runOnQueueAndWait([&] {
         if (connecting_ || didConnect_) {
-            setError(error,
-                     badConfig("Cannot bind after connecting. If needed, bind first, then connect."));
+            setError(
+                error,
+                badConfig("Cannot bind after connecting. If needed, bind first, then connect."));
             return;
         }
         if (didBind_) {
@@ -500,7 +503,9 @@ void GCDAsyncUdpSocket::close() {
     runOnQueueAndWait([&] { closeWithError(nullptr); });
 }
 
-bool GCDAsyncUdpSocket::isConnected() const { return connectedFlag_; }
+bool GCDAsyncUdpSocket::isConnected() const {
+    return connectedFlag_;
+}
 
 bool GCDAsyncUdpSocket::isClosed() const {
     bool closed = true;
@@ -533,8 +538,8 @@ void GCDAsyncUdpSocket::sendData(std::vector<uint8_t> data, double timeout, int6
     runOnQueue([this, send] { enqueueSend(send); });
 }
 
-void GCDAsyncUdpSocket::sendData(std::vector<uint8_t> data, const std::string& host,
-                                 uint16_t port, double timeout, int64_t tag) {
+void GCDAsyncUdpSocket::sendData(std::vector<uint8_t> data, const std::string& host, uint16_t port,
+                                 double timeout, int64_t tag) {
     auto send = std::make_shared<Send>();
     send->data = std::move(data);
     send->destination = Send::Destination::Host;
@@ -575,7 +580,8 @@ void GCDAsyncUdpSocket::maybeDequeueSend() {
         bool ok = true;
         if (s.destination == Send::Destination::Connected) {
             if (!didConnect_) {
-                err = badConfig("You must specify destination of packet for a non-connected socket");
+                err =
+                    badConfig("You must specify destination of packet for a non-connected socket");
                 ok = false;
             }
         } else if (didConnect_) {
@@ -673,7 +679,8 @@ void GCDAsyncUdpSocket::checkSendTimeout() {
     assertOnSocketQueue();
     if (currentSend_ && currentSend_->deadline >= 0 && monotonicNow() >= currentSend_->deadline &&
         currentSendWaitsWritable_) {
-        UdpSocketError err = socketError(GCDAsyncUdpSocketSendTimeoutError, "Send operation timed out");
+        UdpSocketError err =
+            socketError(GCDAsyncUdpSocketSendTimeoutError, "Send operation timed out");
         finishCurrentSend(&err);
     }
     maybeDequeueSend();
@@ -700,7 +707,8 @@ bool GCDAsyncUdpSocket::getHost(std::string* host, uint16_t* port, const SocketA
             if (port) *port = ntohs(a.sin6_port);
             return true;
         }
-        default: return false;
+        default:
+            return false;
     }
 }
 

@@ -4,8 +4,8 @@
 // thread (its serial socket queue); every event reaches the delegate on the delegate queue, a
 // main loop chosen by the owner.
 
-#include <atomic>
 #include <any>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -51,7 +51,7 @@ class GCDAsyncUdpSocket;
 
 // Events of the endpoint, delivered on the delegate queue. Every one is optional.
 class GCDAsyncUdpSocketDelegate {
-public:
+  public:
     virtual ~GCDAsyncUdpSocketDelegate() = default;
     virtual void udpSocketDidConnectToAddress(GCDAsyncUdpSocket&, const SocketAddress&) {}
     virtual void udpSocketDidNotConnect(GCDAsyncUdpSocket&, const UdpSocketError&) {}
@@ -67,7 +67,7 @@ public:
 };
 
 class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket> {
-public:
+  public:
     // The delegate is held weakly; events for a delegate that is gone are dropped, and so are
     // events still queued when the endpoint itself is destroyed.
     static std::shared_ptr<GCDAsyncUdpSocket> initWithDelegate(
@@ -111,7 +111,7 @@ public:
     // A numeric IPv4 or IPv6 address as socket address bytes; empty when it is not one.
     static SocketAddress addressWithHost(const std::string& host, uint16_t port);
 
-private:
+  private:
     struct Send;
     struct Resolved;
 

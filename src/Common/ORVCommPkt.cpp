@@ -98,7 +98,9 @@ std::string ORVCommPkt::stringFromReplyDictionary(const ORVCommDictionary& dicti
     return out;
 }
 
-int32_t ORVCommPkt::requestCode() const { orvCommInvalidUsage(kSourceName); }
+int32_t ORVCommPkt::requestCode() const {
+    orvCommInvalidUsage(kSourceName);
+}
 
 // ---- fields -----------------------------------------------------------------------------------
 
@@ -228,7 +230,9 @@ void ORVCommPkt::dispatchTimeout() {
     if (handler) handler(*this);
 }
 
-void ORVCommPkt::processRequest(const ORVCommFields&) { orvCommInvalidUsage(kSourceName); }
+void ORVCommPkt::processRequest(const ORVCommFields&) {
+    orvCommInvalidUsage(kSourceName);
+}
 
 void ORVCommPkt::processReply(const ORVCommDictionary& dictionary) {
     if (auto handler = replyHandler()) {
@@ -243,7 +247,9 @@ void ORVCommPkt::decodePayload(const ORVCommFields&) {}
 // ---- text helpers -----------------------------------------------------------------------------
 
 namespace {
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
 }  // namespace
 
 int32_t orvCommIntValue(std::string_view text) {
@@ -280,7 +286,8 @@ double orvCommDoubleValue(std::string_view text) {
 std::string orvCommFixed(double value, int decimals) {
     char buf[400];  // the largest double has 309 integer digits
     auto res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, decimals);
-    if (res.ec != std::errc()) return format(std::string("%0.") + std::to_string(decimals) + "f", value);
+    if (res.ec != std::errc())
+        return format(std::string("%0.") + std::to_string(decimals) + "f", value);
     return std::string(buf, res.ptr);
 }
 
@@ -302,8 +309,8 @@ std::string orvBase64Encode(std::string_view bytes) {
     out.reserve((bytes.size() + 2) / 3 * 4);
     size_t i = 0;
     for (; i + 2 < bytes.size(); i += 3) {
-        const uint32_t v = (uint32_t(uint8_t(bytes[i])) << 16) | (uint32_t(uint8_t(bytes[i + 1])) << 8) |
-                           uint32_t(uint8_t(bytes[i + 2]));
+        const uint32_t v = (uint32_t(uint8_t(bytes[i])) << 16) |
+                           (uint32_t(uint8_t(bytes[i + 1])) << 8) | uint32_t(uint8_t(bytes[i + 2]));
         out += kBase64[(v >> 18) & 63];
         out += kBase64[(v >> 12) & 63];
         out += kBase64[(v >> 6) & 63];
@@ -316,7 +323,8 @@ std::string orvBase64Encode(std::string_view bytes) {
         out += kBase64[(v >> 12) & 63];
         out += "==";
     } else if (rest == 2) {
-        const uint32_t v = (uint32_t(uint8_t(bytes[i])) << 16) | (uint32_t(uint8_t(bytes[i + 1])) << 8);
+        const uint32_t v =
+            (uint32_t(uint8_t(bytes[i])) << 16) | (uint32_t(uint8_t(bytes[i + 1])) << 8);
         out += kBase64[(v >> 18) & 63];
         out += kBase64[(v >> 12) & 63];
         out += kBase64[(v >> 6) & 63];

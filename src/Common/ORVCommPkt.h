@@ -24,7 +24,7 @@ class ORVCommunicationHub;
 // Key-value pairs of a reply in the order their keys first appeared; setting a key again
 // replaces its value in place. Replies are a handful of pairs, so lookups are linear.
 class ORVCommDictionary {
-public:
+  public:
     using Entry = std::pair<std::string, std::string>;
 
     ORVCommDictionary() = default;
@@ -45,7 +45,7 @@ public:
     std::string description() const;
     friend bool operator==(const ORVCommDictionary&, const ORVCommDictionary&) = default;
 
-private:
+  private:
     std::vector<Entry> entries_;
 };
 
@@ -56,7 +56,7 @@ class ORVCommPkt;
 using ORVCommPktRef = std::shared_ptr<ORVCommPkt>;
 
 class ORVCommPkt : public std::enable_shared_from_this<ORVCommPkt> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommPkt";
 
     virtual ~ORVCommPkt() = default;
@@ -120,7 +120,7 @@ public:
     // "<ORVCommFocusArea: 0x... requestId:ORVCommReq00000001 opCode:4120012>"
     std::string description() const;
 
-protected:
+  protected:
     ORVCommPkt() = default;
     explicit ORVCommPkt(int32_t opCode) : opCode_(opCode) {}
 
@@ -129,7 +129,7 @@ protected:
     void storeEncoded(std::string requestId, const char* bytes, size_t length);
     ReplyHandler replyHandler() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     ORVCommBytes request_;
     int32_t opCode_ = 0;
@@ -144,7 +144,7 @@ private:
 // doing anything unless the kind says otherwise.
 template <typename Derived, int32_t Code>
 class ORVCommPktKind : public ORVCommPkt {
-public:
+  public:
     static constexpr int32_t kRequestCode = Code;
 
     ORVCommPktKind() : ORVCommPkt(Code) {}

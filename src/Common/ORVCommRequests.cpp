@@ -40,7 +40,9 @@ std::shared_ptr<ORVCommSetMagnification> ORVCommSetMagnification::create(double 
     return p;
 }
 
-void ORVCommSetMagnification::encode() { encodeWithPayload(orvCommFixed(magnification, 1)); }
+void ORVCommSetMagnification::encode() {
+    encodeWithPayload(orvCommFixed(magnification, 1));
+}
 
 void ORVCommSetMagnification::decodePayload(const ORVCommFields& fields) {
     magnification = orvCommDoubleValue(fieldOrEmpty(fields, 2));
@@ -89,10 +91,9 @@ void ORVCommFocusArea::encode() {
 
 void ORVCommFocusArea::decodePayload(const ORVCommFields& fields) {
     auto field = [&](size_t i) { return orvCommIntValue(fieldOrEmpty(fields, i)); };
-    area = ORVOrientedRect::initWithRect(Rect(field(2), field(3), field(4), field(5)),
-                                         static_cast<uint32_t>(field(6)),
-                                         static_cast<uint32_t>(field(7)),
-                                         static_cast<uint32_t>(field(8)));
+    area = ORVOrientedRect::initWithRect(
+        Rect(field(2), field(3), field(4), field(5)), static_cast<uint32_t>(field(6)),
+        static_cast<uint32_t>(field(7)), static_cast<uint32_t>(field(8)));
 }
 
 // ---- status -----------------------------------------------------------------------------------
@@ -139,7 +140,8 @@ void ORVCommStatusChanged::decodePayload(const ORVCommFields& fields) {
 
 void ORVCommStatusChanged::processRequest(const ORVCommFields& fields) {
     if (fields.size() < 5) return;
-    if (auto& hook = ORVCommAgentHooks::shared().statusChanged) hook(fields[2], fields[3], fields[4]);
+    if (auto& hook = ORVCommAgentHooks::shared().statusChanged)
+        hook(fields[2], fields[3], fields[4]);
 }
 
 std::shared_ptr<ORVCommSetStatus> ORVCommSetStatus::create(ORVCommDictionary values) {
@@ -148,7 +150,9 @@ std::shared_ptr<ORVCommSetStatus> ORVCommSetStatus::create(ORVCommDictionary val
     return p;
 }
 
-void ORVCommSetStatus::encode() { encodeWithPayload(stringFromReplyDictionary(values)); }
+void ORVCommSetStatus::encode() {
+    encodeWithPayload(stringFromReplyDictionary(values));
+}
 
 void ORVCommSetStatus::decodePayload(const ORVCommFields& fields) {
     // Same pairing as a reply, one field further on (identifier and code come first).
@@ -165,9 +169,9 @@ std::shared_ptr<ORVCommLiveLensResize> ORVCommLiveLensResize::create(const Rect&
 }
 
 void ORVCommLiveLensResize::encode() {
-    encodeWithPayload(orvCommFixed(lensRect.origin.x, 6) + ":" + orvCommFixed(lensRect.origin.y, 6) +
-                      ":" + orvCommFixed(lensRect.size.width, 6) + ":" +
-                      orvCommFixed(lensRect.size.height, 6));
+    encodeWithPayload(
+        orvCommFixed(lensRect.origin.x, 6) + ":" + orvCommFixed(lensRect.origin.y, 6) + ":" +
+        orvCommFixed(lensRect.size.width, 6) + ":" + orvCommFixed(lensRect.size.height, 6));
 }
 
 void ORVCommLiveLensResize::decodePayload(const ORVCommFields& fields) {
@@ -181,7 +185,9 @@ std::shared_ptr<ORVCommFinalizeLensResize> ORVCommFinalizeLensResize::create(boo
     return p;
 }
 
-void ORVCommFinalizeLensResize::encode() { encodeWithPayload(applyChanges ? "1" : "0"); }
+void ORVCommFinalizeLensResize::encode() {
+    encodeWithPayload(applyChanges ? "1" : "0");
+}
 
 void ORVCommFinalizeLensResize::decodePayload(const ORVCommFields& fields) {
     applyChanges = orvCommIntValue(fieldOrEmpty(fields, 2)) != 0;

@@ -41,10 +41,10 @@ struct ORVCommAgentHooks {
     static ORVCommAgentHooks& shared();
 };
 
-#define ORV_COMM_PLAIN_KIND(Name, Code)                        \
-    class Name final : public ORVCommPktKind<Name, Code> {     \
-    public:                                                    \
-        static constexpr const char* kClassName = #Name;       \
+#define ORV_COMM_PLAIN_KIND(Name, Code)                    \
+    class Name final : public ORVCommPktKind<Name, Code> { \
+      public:                                              \
+        static constexpr const char* kClassName = #Name;   \
     }
 
 ORV_COMM_PLAIN_KIND(ORVCommEnableMagnifier, 4120000);
@@ -74,13 +74,13 @@ ORV_COMM_PLAIN_KIND(ORVCommReadFromFile, 4120041);
 #undef ORV_COMM_PLAIN_KIND
 
 class ORVCommShutdown final : public ORVCommPktKind<ORVCommShutdown, 4120011> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommShutdown";
     void processRequest(const ORVCommFields& fields) override;
 };
 
 class ORVCommSetMagnification final : public ORVCommPktKind<ORVCommSetMagnification, 4120003> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommSetMagnification";
     static std::shared_ptr<ORVCommSetMagnification> create(double magnification);
     using ORVCommPktKind::create;
@@ -93,7 +93,7 @@ public:
 
 // The datagram the agent sends most: the focus rectangle, rounded to whole points.
 class ORVCommFocusArea final : public ORVCommPktKind<ORVCommFocusArea, 4120012> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommFocusArea";
     static std::shared_ptr<ORVCommFocusArea> create(ORVOrientedRectRef area);
     using ORVCommPktKind::create;
@@ -108,21 +108,20 @@ public:
     static int32_t wireCoordinate(double v);
 };
 
-class ORVCommStatusSubscription final
-    : public ORVCommPktKind<ORVCommStatusSubscription, 4120020> {
-public:
+class ORVCommStatusSubscription final : public ORVCommPktKind<ORVCommStatusSubscription, 4120020> {
+  public:
     static constexpr const char* kClassName = "ORVCommStatusSubscription";
     void processReply(const ORVCommDictionary& dictionary) override;
 };
 
 class ORVCommStatusInquiry final : public ORVCommPktKind<ORVCommStatusInquiry, 4120024> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommStatusInquiry";
     void processReply(const ORVCommDictionary& dictionary) override;
 };
 
 class ORVCommStatusChanged final : public ORVCommPktKind<ORVCommStatusChanged, 4120021> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommStatusChanged";
     static std::shared_ptr<ORVCommStatusChanged> create(std::string key, std::string oldValue,
                                                         std::string currentValue);
@@ -138,7 +137,7 @@ public:
 };
 
 class ORVCommSetStatus final : public ORVCommPktKind<ORVCommSetStatus, 4120025> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommSetStatus";
     static std::shared_ptr<ORVCommSetStatus> create(ORVCommDictionary values);
     using ORVCommPktKind::create;
@@ -150,7 +149,7 @@ public:
 };
 
 class ORVCommLiveLensResize final : public ORVCommPktKind<ORVCommLiveLensResize, 4120028> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommLiveLensResize";
     static std::shared_ptr<ORVCommLiveLensResize> create(const Rect& lensRect);
     using ORVCommPktKind::create;
@@ -161,9 +160,8 @@ public:
     void decodePayload(const ORVCommFields& fields) override;
 };
 
-class ORVCommFinalizeLensResize final
-    : public ORVCommPktKind<ORVCommFinalizeLensResize, 4120029> {
-public:
+class ORVCommFinalizeLensResize final : public ORVCommPktKind<ORVCommFinalizeLensResize, 4120029> {
+  public:
     static constexpr const char* kClassName = "ORVCommFinalizeLensResize";
     static std::shared_ptr<ORVCommFinalizeLensResize> create(bool applyChanges);
     using ORVCommPktKind::create;
@@ -175,7 +173,7 @@ public:
 };
 
 class ORVCommShowAlert final : public ORVCommPktKind<ORVCommShowAlert, 4120033> {
-public:
+  public:
     static constexpr const char* kClassName = "ORVCommShowAlert";
     static std::shared_ptr<ORVCommShowAlert> create(std::optional<std::string> alertText);
     using ORVCommPktKind::create;
@@ -196,7 +194,7 @@ struct ORVCommKindInfo {
 };
 
 class ORVCommKinds {
-public:
+  public:
     static constexpr int32_t kFirstCode = 4120000;
     static constexpr int32_t kLastCode = 4120041;
 

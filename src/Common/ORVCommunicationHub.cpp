@@ -127,10 +127,17 @@ void ORVCommunicationHub::resetSharedState() {
 std::shared_ptr<ORVCommunicationHub> ORVCommunicationHub::make(Role role, const Options& options) {
     auto hub = std::make_shared<ORVCommunicationHub>(options);
     switch (role) {
-        case Role::Client: hub->setupClientSocket(); break;
-        case Role::AuthClient: hub->setupAuthClientSocket(); break;
-        case Role::Server: hub->setupServerSocket(); break;
-        case Role::LogOnly: break;
+        case Role::Client:
+            hub->setupClientSocket();
+            break;
+        case Role::AuthClient:
+            hub->setupAuthClientSocket();
+            break;
+        case Role::Server:
+            hub->setupServerSocket();
+            break;
+        case Role::LogOnly:
+            break;
     }
     hub->log_ = true;
     return hub;
@@ -145,9 +152,8 @@ bool ORVCommunicationHub::isSharedInstance() const {
 
 void ORVCommunicationHub::newSocket() {
     // Replacing the socket drops the old one with its queued events.
-    socket_ = GCDAsyncUdpSocket::initWithDelegate(weak_from_this(), installedPlatform()
-                                                                        ? installedPlatform()->loop
-                                                                        : nullptr);
+    socket_ = GCDAsyncUdpSocket::initWithDelegate(
+        weak_from_this(), installedPlatform() ? installedPlatform()->loop : nullptr);
     socket_->setIPv4Enabled(true);
     socket_->setIPv6Enabled(false);
 }
@@ -178,13 +184,14 @@ void ORVCommunicationHub::setupClientSocketOnPort(uint16_t port) {
     newSocket();
     UdpSocketError error;
     if (!socket_->connectToHost(options_.host, port, &error)) {
-        OrvLogger::addErrorMessageWithFormat("Unable to connect to server: %@, retrying in 1 second",
-                                             error);
+        OrvLogger::addErrorMessageWithFormat(
+            "Unable to connect to server: %@, retrying in 1 second", error);
         // Also for the auth client: its retry is the ordinary client set-up.
         postSetupClientSocket(kRetryDelay);
         return;
     }
-    if (socket_->beginReceiving(&error)) OrvLogger::addInfoMessage("client socket ready to receive");
+    if (socket_->beginReceiving(&error))
+        OrvLogger::addInfoMessage("client socket ready to receive");
 }
 
 void ORVCommunicationHub::setupServerSocket() {
@@ -280,7 +287,9 @@ size_t ORVCommunicationHub::awaitingReplyCount() const {
     return awaitingReplies_.size();
 }
 
-uint16_t ORVCommunicationHub::localPort() const { return socket_ ? socket_->localPort() : 0; }
+uint16_t ORVCommunicationHub::localPort() const {
+    return socket_ ? socket_->localPort() : 0;
+}
 
 void ORVCommunicationHub::setUIEndpoint(const SocketAddress& address) {
     std::string host;
@@ -360,7 +369,8 @@ void ORVCommunicationHub::udpSocketDidConnectToAddress(GCDAsyncUdpSocket& socket
     if (isServerInstance_)
         OrvLogger::addInfoMessageWithFormat("Server did connect with client %@:%u", host, port);
     else
-        OrvLogger::addInfoMessageWithFormat("Established connection to server at %@:%u", host, port);
+        OrvLogger::addInfoMessageWithFormat("Established connection to server at %@:%u", host,
+                                            port);
     NotificationCenter::defaultCenter().post(kConnectedNotification, this);
 }
 
@@ -385,12 +395,13 @@ void ORVCommunicationHub::udpSocketDidReceiveData(GCDAsyncUdpSocket& socket,
     receiveDatagram(data, from);
 }
 
-void ORVCommunicationHub::udpSocketDidClose(GCDAsyncUdpSocket& socket, const UdpSocketError* error) {
+void ORVCommunicationHub::udpSocketDidClose(GCDAsyncUdpSocket& socket,
+                                            const UdpSocketError* error) {
     if (!isCurrentSocket(socket) || !isSharedInstance()) return;
     if (!isServerInstance_ && gDatagramReceived) {
-        OrvLogger::addErrorMessageWithFormat("Lost communication to visor: %@, shutting down.",
-                                             error ? FormatArg(error->description())
-                                                   : FormatArg(nullptr));
+        OrvLogger::addErrorMessageWithFormat(
+            "Lost communication to visor: %@, shutting down.",
+            error ? FormatArg(error->description()) : FormatArg(nullptr));
         terminateApplication();
         return;
     }

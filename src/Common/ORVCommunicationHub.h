@@ -20,7 +20,7 @@ namespace orv {
 
 class ORVCommunicationHub : public GCDAsyncUdpSocketDelegate,
                             public std::enable_shared_from_this<ORVCommunicationHub> {
-public:
+  public:
     static constexpr const char* kConnectedNotification = "kORVCommunicationHubConnected";
     static constexpr uint16_t kServerPort = 41227;
     static constexpr uint16_t kAuthPort = 41228;
@@ -107,7 +107,7 @@ public:
     explicit ORVCommunicationHub(Options options);
     ~ORVCommunicationHub() override;
 
-private:
+  private:
     void setupClientSocket();
     void setupAuthClientSocket();
     void setupClientSocketOnPort(uint16_t port);

@@ -19,8 +19,8 @@ ORVCommPktRef roundTrip(const ORVCommPktRef& sent) {
     sent->encode();
     const std::string text = wire(*sent);
     const ORVCommFields fields = orvCommSplitFields(text);
-    auto received = ORVCommKinds::forCode(orvCommIntValue(fields[1]))
-                        ->newFrom({}, sent->request(), fields[0]);
+    auto received =
+        ORVCommKinds::forCode(orvCommIntValue(fields[1]))->newFrom({}, sent->request(), fields[0]);
     received->decodePayload(fields);
     return received;
 }
@@ -48,7 +48,8 @@ TEST(CommPkt, PlainRequestIsIdentifierAndCode) {
 
 TEST(CommPkt, FocusAreaRoundsHalvesAwayFromZero) {
     ORVCommPkt::resetSignatureCounter(42);
-    auto p = ORVCommFocusArea::create(ORVOrientedRect::initWithRect(Rect(100, 200, 300, 20), 0, 0, 1));
+    auto p =
+        ORVCommFocusArea::create(ORVOrientedRect::initWithRect(Rect(100, 200, 300, 20), 0, 0, 1));
     p->encode();
     EXPECT_EQ(wire(*p), "ORVCommReq00000042:4120012:100:200:300:20:0:0:1");
 
@@ -64,7 +65,8 @@ TEST(CommPkt, FocusAreaRoundsHalvesAwayFromZero) {
 TEST(CommPkt, FocusAreaCoordinatesOutsideTheWireRangeAreClamped) {
     EXPECT_EQ(ORVCommFocusArea::wireCoordinate(std::nan("")), 0);
     EXPECT_EQ(ORVCommFocusArea::wireCoordinate(1e20), INT32_MAX);
-    EXPECT_EQ(ORVCommFocusArea::wireCoordinate(-std::numeric_limits<double>::infinity()), INT32_MIN);
+    EXPECT_EQ(ORVCommFocusArea::wireCoordinate(-std::numeric_limits<double>::infinity()),
+              INT32_MIN);
     EXPECT_EQ(ORVCommFocusArea::wireCoordinate(-2147483648.4), INT32_MIN);
 }
 
@@ -171,9 +173,9 @@ TEST(CommPkt, TextHelpers) {
     EXPECT_EQ(orvCommSplitFields("").size(), 1u);
     EXPECT_EQ(orvCommSplitFields("a::b:").size(), 4u);
 
-    for (const std::string& s : {std::string(), std::string("f"), std::string("fo"),
-                                 std::string("foo"), std::string("foob"),
-                                 std::string("\xff\x00\x01", 3)}) {
+    for (const std::string& s :
+         {std::string(), std::string("f"), std::string("fo"), std::string("foo"),
+          std::string("foob"), std::string("\xff\x00\x01", 3)}) {
         EXPECT_EQ(orvBase64Decode(orvBase64Encode(s)), std::optional<std::string>(s));
     }
     EXPECT_FALSE(orvBase64Decode("abc"));
@@ -184,9 +186,9 @@ TEST(CommPkt, TextHelpers) {
         return orvCommIsValidUtf8(reinterpret_cast<const uint8_t*>(s.data()), s.size());
     };
     EXPECT_TRUE(valid("plain \xC3\xA9 \xF0\x9F\x98\x80"));
-    EXPECT_FALSE(valid("\xC0\xAF"));          // overlong
-    EXPECT_FALSE(valid("\xED\xA0\x80"));      // surrogate
-    EXPECT_FALSE(valid("\xE2\x82"));          // cut short
+    EXPECT_FALSE(valid("\xC0\xAF"));      // overlong
+    EXPECT_FALSE(valid("\xED\xA0\x80"));  // surrogate
+    EXPECT_FALSE(valid("\xE2\x82"));      // cut short
 }
 
 struct BarePkt : ORVCommPkt {};

@@ -22,7 +22,7 @@
 namespace orv::test {
 
 class RecordingAppHost : public ApplicationHost {
-public:
+  public:
     std::vector<std::string> arguments() override { return {}; }
     OSVersion operatingSystemVersion() override { return {}; }
     std::string executablePath() override { return {}; }
@@ -33,7 +33,7 @@ public:
 
 // Installs a fresh platform and a fresh link state for each test, and takes them down again.
 class CommEnvironment {
-public:
+  public:
     CommEnvironment() : log(2) {
         loop = std::make_shared<VirtualMainLoop>();
         app = std::make_shared<RecordingAppHost>();
@@ -68,7 +68,7 @@ public:
 
 // A plain UDP socket on 127.0.0.1 with a kernel-chosen port.
 class RawPeer {
-public:
+  public:
     RawPeer() {
         fd_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         sockaddr_in a{};
@@ -112,7 +112,7 @@ public:
 
     uint16_t lastFromPort = 0;
 
-private:
+  private:
     int fd_ = -1;
     uint16_t port_ = 0;
 };

@@ -13,7 +13,7 @@ using test::RawPeer;
 constexpr const char* kUnhandled = "WARNING: Unhandled request code received";
 
 class HubTest : public ::testing::Test {
-protected:
+  protected:
     // The shared client, connected to the raw peer, its connect event delivered.
     std::shared_ptr<ORVCommunicationHub> connectedClient() {
         ORVCommunicationHub::Options o;
@@ -81,9 +81,9 @@ TEST_F(HubTest, DatagramsUpToNineteenBytesAreIgnored) {
 TEST_F(HubTest, UnknownCodesAndMalformedDatagramsOnlyWarn) {
     auto hub = connectedClient();
     std::vector<std::string> bad = {
-        "ORVCommReq00000009:4120007",      // the gap left by the shared fullscreen code
-        "ORVCommReq00000009:4120030",      // inside the range, not in the table
-        "ORVCommReq00000009:99",           // outside the range
+        "ORVCommReq00000009:4120007",  // the gap left by the shared fullscreen code
+        "ORVCommReq00000009:4120030",  // inside the range, not in the table
+        "ORVCommReq00000009:99",       // outside the range
         "no colon anywhere in this datagram",
         std::string(65000, ':'),
         std::string("ORVCommReq00000009:\xff\xfe:4120017"),
@@ -243,8 +243,9 @@ TEST_F(HubTest, ConnectCallErrorsRetryEverySecond) {
     o.host = "";  // refused by the connect call itself
     ORVCommunicationHub::setDefaultOptions(o);
     ORVCommunicationHub::clientInstance();
-    const char* line = "Unable to connect to server: Error Domain=GCDAsyncUdpSocketErrorDomain "
-                       "Code=2";
+    const char* line =
+        "Unable to connect to server: Error Domain=GCDAsyncUdpSocketErrorDomain "
+        "Code=2";
     EXPECT_EQ(env.log.countContaining(line), 1u);
     env.loop->advance(0.999);
     EXPECT_EQ(env.log.countContaining(line), 1u);
@@ -263,7 +264,8 @@ TEST_F(HubTest, ServerAnswersRequestsAndReachesItsClients) {
     ORVCommunicationHub* s = server.get();
     server->setRequestObserver([s](const ORVCommPktRef& p, const ORVCommFields&) {
         if (s->uiHost().empty()) s->setUIEndpoint(p->remoteAddress());
-        if (p->opCode() == ORVCommStatusSubscription::kRequestCode) p->dispatchReply({{"status", "OK"}});
+        if (p->opCode() == ORVCommStatusSubscription::kRequestCode)
+            p->dispatchReply({{"status", "OK"}});
     });
 
     // Before anyone has written, the server has nobody to send to.
@@ -282,8 +284,9 @@ TEST_F(HubTest, ServerAnswersRequestsAndReachesItsClients) {
     server->dispatchBroadcast(ORVCommStatusChanged::create("echoRate", "180", "200"),
                               {{"127.0.0.1", peer.port()}, {"127.0.0.1", other.port()}});
     std::string a, b;
-    ASSERT_TRUE(env.waitFor([&] { return (!a.empty() || peer.tryReceive(&a)) &&
-                                         (!b.empty() || other.tryReceive(&b)); }));
+    ASSERT_TRUE(env.waitFor([&] {
+        return (!a.empty() || peer.tryReceive(&a)) && (!b.empty() || other.tryReceive(&b));
+    }));
     EXPECT_EQ(a, b);
     EXPECT_NE(a.find(":4120021:echoRate:180:200"), std::string::npos);
     EXPECT_EQ(server->awaitingReplyCount(), 0u);

@@ -42,10 +42,12 @@ struct Recorder : GCDAsyncUdpSocketDelegate {
     }
 };
 
-std::vector<uint8_t> bytes(const std::string& s) { return {s.begin(), s.end()}; }
+std::vector<uint8_t> bytes(const std::string& s) {
+    return {s.begin(), s.end()};
+}
 
 class UdpSocketTest : public ::testing::Test {
-protected:
+  protected:
     std::shared_ptr<GCDAsyncUdpSocket> makeSocket() {
         auto s = GCDAsyncUdpSocket::initWithDelegate(rec, env.loop);
         s->setIPv6Enabled(false);
@@ -70,7 +72,8 @@ TEST_F(UdpSocketTest, ConnectedClientAndBoundServerExchangeDatagramsWithTags) {
     ASSERT_TRUE(client->beginReceiving(&err));
     client->sendData(bytes("one"), 1.0, 11);
     client->sendData(bytes("two"), -1, 12);
-    ASSERT_TRUE(env.waitFor([&] { return serverRec->received.size() == 2 && rec->sent.size() == 2; }));
+    ASSERT_TRUE(
+        env.waitFor([&] { return serverRec->received.size() == 2 && rec->sent.size() == 2; }));
 
     ASSERT_EQ(rec->connects.size(), 1u);
     std::string host;
@@ -84,7 +87,8 @@ TEST_F(UdpSocketTest, ConnectedClientAndBoundServerExchangeDatagramsWithTags) {
 
     // The server answers the address it learned; a connected socket accepts it from its peer.
     server->sendData(bytes("back"), serverRec->received[0].second, 1.0, 21);
-    ASSERT_TRUE(env.waitFor([&] { return rec->received.size() == 1 && serverRec->sent.size() == 1; }));
+    ASSERT_TRUE(
+        env.waitFor([&] { return rec->received.size() == 1 && serverRec->sent.size() == 1; }));
     EXPECT_EQ(rec->received[0].first, "back");
     EXPECT_EQ(serverRec->sent[0], 21);
 }
@@ -150,7 +154,8 @@ TEST_F(UdpSocketTest, LookupWithoutUsableFamilyDoesNotConnect) {
     UdpSocketError err;
     ASSERT_TRUE(s->connectToHost("127.0.0.1", 9, &err));
     ASSERT_TRUE(env.waitFor([&] { return !rec->connectFailures.empty(); }));
-    EXPECT_TRUE(rec->connectFailures[0].is(GCDAsyncUdpSocketErrorDomain, GCDAsyncUdpSocketOtherError));
+    EXPECT_TRUE(
+        rec->connectFailures[0].is(GCDAsyncUdpSocketErrorDomain, GCDAsyncUdpSocketOtherError));
     EXPECT_EQ(rec->connectFailures[0].reason,
               "IPv4 has been disabled and DNS lookup found no IPv6 address(es).");
     EXPECT_FALSE(s->isConnected());

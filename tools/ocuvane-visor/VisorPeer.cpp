@@ -58,11 +58,21 @@ std::string jsonString(const std::string& s) {
     std::string out = "\"";
     for (unsigned char c : s) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (c < 0x20) {
                     char buf[8];
@@ -88,15 +98,17 @@ std::string localTime(double t) {
     return full;
 }
 
-bool travels(const std::string& field) { return field.find(':') == std::string::npos; }
+bool travels(const std::string& field) {
+    return field.find(':') == std::string::npos;
+}
 
 }  // namespace
 
 const std::vector<std::string>& knownSettingsKeys() {
     static const std::vector<std::string> keys = {
-        "echoVoice",       "echoRate",           "echoVolume",           "focusEchoEnabled",
-        "focusEchoStyle",  "mouseEchoEnabled",   "mouseEchoCondition",   "magnificationEnabled",
-        "speechEnabled",   "keyMods"};
+        "echoVoice",      "echoRate",         "echoVolume",         "focusEchoEnabled",
+        "focusEchoStyle", "mouseEchoEnabled", "mouseEchoCondition", "magnificationEnabled",
+        "speechEnabled",  "keyMods"};
     return keys;
 }
 
@@ -212,7 +224,8 @@ void VisorPeer::printRequest(const ORVCommPktRef& packet, const ORVCommFields& f
         } else {
             line << localTime(time) << " request " << packet->className() << " "
                  << packet->requestId() << " from " << fromText(packet);
-            for (size_t i = 2; i < fields.size(); ++i) line << (i == 2 ? " payload " : ":") << fields[i];
+            for (size_t i = 2; i < fields.size(); ++i)
+                line << (i == 2 ? " payload " : ":") << fields[i];
         }
     }
     out_ << line.str() << std::endl;
@@ -273,7 +286,8 @@ VisorPeer::CommandResult VisorPeer::execute(const std::string& line) {
         return send(words, restAfterWords(line, 2));
     }
     if (cmd == "subscribers") {
-        for (const auto& c : subscribers_) err_ << "ocuvane-visor: subscriber " << c.host << ":" << c.port << "\n";
+        for (const auto& c : subscribers_)
+            err_ << "ocuvane-visor: subscriber " << c.host << ":" << c.port << "\n";
         err_ << "ocuvane-visor: " << subscribers_.size() << " subscriber(s)" << std::endl;
         return CommandResult::Ok;
     }
@@ -302,8 +316,9 @@ VisorPeer::CommandResult VisorPeer::send(const std::vector<std::string>& words,
             uint32_t codes[3] = {0, 0, 0};
             for (size_t i = 4; i < numbers.size(); ++i)
                 codes[i - 4] = static_cast<uint32_t>(ORVCommFocusArea::wireCoordinate(numbers[i]));
-            std::static_pointer_cast<ORVCommFocusArea>(packet)->area = ORVOrientedRect::initWithRect(
-                Rect(numbers[0], numbers[1], numbers[2], numbers[3]), codes[0], codes[1], codes[2]);
+            std::static_pointer_cast<ORVCommFocusArea>(packet)->area =
+                ORVOrientedRect::initWithRect(Rect(numbers[0], numbers[1], numbers[2], numbers[3]),
+                                              codes[0], codes[1], codes[2]);
             break;
         }
         case ORVCommStatusChanged::kRequestCode: {

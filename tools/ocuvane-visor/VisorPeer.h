@@ -31,7 +31,7 @@ bool readSettingsFile(const std::string& path, ORVCommDictionary* settings, std:
 bool parseSetting(const std::string& text, ORVCommDictionary* settings, std::string* error);
 
 class VisorPeer {
-public:
+  public:
     enum class CommandResult { Ok, Error, Quit };
 
     // Lines about received requests go to `out`, diagnostics to `err`. `now` gives wall-clock
@@ -49,7 +49,7 @@ public:
     const std::vector<ORVCommunicationClient>& subscribers() const { return subscribers_; }
     const ORVCommDictionary& settings() const { return options_.settings; }
 
-private:
+  private:
     CommandResult send(const std::vector<std::string>& words, const std::string& rest);
     bool sendToAgent(const ORVCommPktRef& packet);
     void printRequest(const ORVCommPktRef& packet, const ORVCommFields& fields, double time);

@@ -24,7 +24,7 @@ const char* kUsage =
     "the inquiry is not answered within 5 seconds, 3 when the link is lost.\n";
 
 class DemoApp : public orv::ApplicationHost {
-public:
+  public:
     explicit DemoApp(orv::MainLoop& loop) : loop_(loop) {}
     std::vector<std::string> arguments() override { return {}; }
     orv::OSVersion operatingSystemVersion() override { return {}; }
@@ -37,7 +37,7 @@ public:
     void hide() override {}
     int exitStatus = 0;
 
-private:
+  private:
     orv::MainLoop& loop_;
 };
 
@@ -95,15 +95,16 @@ int main(int argc, char** argv) {
         for (const auto& [k, v] : status) std::cout << " " << k << "=" << v;
         std::cout << std::endl;
         for (unsigned i = 0; i < areas; ++i) {
-            auto rect = orv::ORVOrientedRect::initWithRect(orv::Rect(100.5 + 10 * i, -20.5, 300, 20),
-                                                           2, 0, 1);
+            auto rect = orv::ORVOrientedRect::initWithRect(
+                orv::Rect(100.5 + 10 * i, -20.5, 300, 20), 2, 0, 1);
             orv::ORVCommFocusArea::create(rect)->dispatch();
         }
         std::cout << "sent " << areas << " focus areas" << std::endl;
     };
     hooks.statusChanged = [](const std::string& key, const std::string& oldValue,
                              const std::string& newValue) {
-        std::cout << "status changed " << key << ": " << oldValue << " -> " << newValue << std::endl;
+        std::cout << "status changed " << key << ": " << oldValue << " -> " << newValue
+                  << std::endl;
     };
     hooks.shutdown = [&] {
         std::cout << "shutdown received" << std::endl;

@@ -58,12 +58,14 @@ const char* kUsage =
 
 // Log lines go to standard error with the program's name, without the agent's time stamps.
 class ToolSink : public orv::LogSink {
-public:
-    void writeLine(const std::string& line) override { std::cerr << "ocuvane-visor: " << line << std::endl; }
+  public:
+    void writeLine(const std::string& line) override {
+        std::cerr << "ocuvane-visor: " << line << std::endl;
+    }
 };
 
 class ToolApp : public orv::ApplicationHost {
-public:
+  public:
     explicit ToolApp(orv::MainLoop& loop) : loop_(loop) {}
     std::vector<std::string> arguments() override { return {}; }
     orv::OSVersion operatingSystemVersion() override { return {}; }
@@ -75,7 +77,7 @@ public:
     void hide() override {}
     bool terminated = false;
 
-private:
+  private:
     orv::MainLoop& loop_;
 };
 
@@ -124,7 +126,8 @@ int main(int argc, char** argv) {
             if (!orv::visor::parseSetting(v, &options.settings, &error)) return badOption(error);
         } else if (arg == "--settings") {
             if (!value(&v)) return badOption("--settings needs a file");
-            if (!orv::visor::readSettingsFile(v, &options.settings, &error)) return badOption(error);
+            if (!orv::visor::readSettingsFile(v, &options.settings, &error))
+                return badOption(error);
         } else {
             return badOption("unknown option '" + arg + "'");
         }
