@@ -341,3 +341,19 @@ TEST_F(HubTest, ClientAndServerHubsCompleteTheStatusSequence) {
 
 }  // namespace
 }  // namespace orv
+
+namespace orv {
+namespace {
+
+TEST(HubDeathTest, MisuseIsInvalidUsage) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    test::CommEnvironment env;
+    ORVCommunicationHub::logOnlyInstance();
+    // A packet made here has no sender to reply to.
+    EXPECT_DEATH(ORVCommKeepAlive::create()->dispatchReply({{"status", "OK"}}), "Invalid usage");
+    // The process is a client now; it cannot also be the server.
+    EXPECT_DEATH(ORVCommunicationHub::serverInstance(), "Invalid usage");
+}
+
+}  // namespace
+}  // namespace orv
