@@ -12,11 +12,8 @@
 #include "Common/ORVCommunicationHub.h"
 #include "Common/OrvLogger.h"
 #include "accessibility/focus/ORVAXAppTracker.h"
-#include "accessibility/focus/ORVAXFocusTracker.h"
 #include "app/ORVAXAppDelegate.h"
-#include "context/OrvContextHandler.h"
 #include "platform/sim/SimDesktop.h"
-#include "speech/ORVAXFocusEchoController.h"
 
 namespace {
 
@@ -49,14 +46,6 @@ class Sink {
     uint16_t port_ = 0;
 };
 
-void resetAgent() {
-    ORVAXFocusTracker::resetForTesting();
-    ORVAXAppTracker::resetForTesting();
-    ORVAXSystemUITracker::resetForTesting();
-    OrvContextHandler::resetForTesting();
-    ORVAXFocusEchoController::resetForTesting();
-    ORVCommunicationHub::resetSharedState();
-}
 
 struct Desktop {
     explicit Desktop(bool startAgent) {
@@ -76,7 +65,7 @@ AXWindow "Doc" [0 22 800 600] #win AXMain=true
         desk->focus(one);
         desk->runUntilIdle();
         if (!startAgent) return;
-        resetAgent();
+        ORVAXAppDelegate::resetClassStateForTesting();
         ORVCommunicationHub::Options o;
         o.serverPort = sink.port();
         ORVCommunicationHub::setDefaultOptions(o);
@@ -86,7 +75,7 @@ AXWindow "Doc" [0 22 800 600] #win AXMain=true
         desk->virtualLoop()->runUntil([&] { return hub && hub->connected(); }, 5.0);
     }
     ~Desktop() {
-        resetAgent();
+        ORVAXAppDelegate::resetClassStateForTesting();
         desk->runUntilIdle();
         desk->uninstall();
     }
@@ -153,7 +142,7 @@ BENCHMARK(BM_FocusIdlePolls);
 // The system-wide poll on its own, with a steady focus: platform calls per 0.1 s tick.
 void BM_SystemWidePollAlone(benchmark::State& state) {
     Desktop d(false);
-    resetAgent();
+    ORVAXAppDelegate::resetClassStateForTesting();
     ORVAXSystemUITracker::initialize();
     d.desk->advance(1.0);
     size_t calls = 0;

@@ -38,18 +38,18 @@ std::string FormatArg::objectText() const {
 namespace {
 
 template <typename T>
-std::string printfOne(const std::string& spec, T value) {
+std::string printfOne(const std::string& conversion, T value) {
     char small[128];
-    int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+    int n = std::snprintf(small, sizeof small, conversion.c_str(), value);
     if (n < 0) return {};
     if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
     std::string out(static_cast<size_t>(n) + 1, '\0');
-    std::snprintf(out.data(), out.size(), spec.c_str(), value);
+    std::snprintf(out.data(), out.size(), conversion.c_str(), value);
     out.resize(static_cast<size_t>(n));
     return out;
 }
 
-// Applies width and "-" of a "%@"/"%s" spec to a finished text.
+// Applies the width and "-" flag of a "%@" or "%s" conversion to a finished text.
 std::string pad(const std::string& text, const std::string& flags, int width, int precision) {
     std::string t = precision >= 0 && static_cast<size_t>(precision) < text.size()
                         ? text.substr(0, static_cast<size_t>(precision))
@@ -118,9 +118,9 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
         const size_t idx = argIndex != SIZE_MAX ? argIndex : next++;
         const FormatArg* arg = idx < args.size() ? &args[idx] : nullptr;
 
-        std::string spec = "%" + flags;
-        if (width > 0) spec += std::to_string(width);
-        if (precision >= 0) spec += "." + std::to_string(precision);
+        std::string conversion = "%" + flags;
+        if (width > 0) conversion += std::to_string(width);
+        if (precision >= 0) conversion += "." + std::to_string(precision);
 
         auto asInt = [&]() -> long long {
             if (!arg) return 0;
@@ -164,16 +164,16 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
                 break;
             case 'd':
             case 'i':
-                out.append(printfOne(spec + "lld", asInt()));
+                out.append(printfOne(conversion + "lld", asInt()));
                 break;
             case 'u':
             case 'x':
             case 'X':
             case 'o':
-                out.append(printfOne(spec + "ll" + conv, static_cast<unsigned long long>(asInt())));
+                out.append(printfOne(conversion + "ll" + conv, static_cast<unsigned long long>(asInt())));
                 break;
             case 'c':
-                out.append(printfOne(spec + "c", static_cast<int>(asInt())));
+                out.append(printfOne(conversion + "c", static_cast<int>(asInt())));
                 break;
             case 'f':
             case 'F':
@@ -183,7 +183,7 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
             case 'G':
             case 'a':
             case 'A':
-                out.append(printfOne(spec + conv, asDouble()));
+                out.append(printfOne(conversion + conv, asDouble()));
                 break;
             case 'p':
                 out.append(arg->kind() == FormatArg::Kind::Pointer

@@ -4,7 +4,9 @@
 #include "Common/OrvLogger.h"
 #include "accessibility/focus/ORVAXAppTracker.h"
 #include "accessibility/focus/ORVAXFocusTracker.h"
+#include "context/OrvContextHandler.h"
 #include "platform/Platform.h"
+#include "speech/ORVAXFocusEchoController.h"
 
 namespace orv {
 
@@ -21,6 +23,16 @@ std::optional<OSVersion>& cachedVersion() {
 
 void ORVAXAppDelegate::resetCachedVersionForTesting() {
     cachedVersion().reset();
+}
+
+void ORVAXAppDelegate::resetClassStateForTesting() {
+    ORVAXFocusTracker::resetForTesting();
+    ORVAXAppTracker::resetForTesting();
+    ORVAXSystemUITracker::resetForTesting();
+    OrvContextHandler::resetForTesting();
+    ORVAXFocusEchoController::resetForTesting();
+    ORVCommunicationHub::resetSharedState();
+    resetCachedVersionForTesting();
 }
 
 void ORVAXAppDelegate::attach() {

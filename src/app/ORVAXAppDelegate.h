@@ -34,6 +34,9 @@ class ORVAXAppDelegate {
     static bool isTenNineOrLater(int major, int minor);
     // The operating-system version is read once per process.
     static void resetCachedVersionForTesting();
+    // Back to a process that has not started: every class-level object start-up makes is
+    // dropped (tests and benchmarks start the agent many times in one process).
+    static void resetClassStateForTesting();
 };
 
 }  // namespace orv

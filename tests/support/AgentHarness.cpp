@@ -5,25 +5,10 @@
 
 #include "Common/ORVCommPkt.h"
 #include "Common/ORVCommunicationHub.h"
-#include "accessibility/element/ORVAXElement.h"
-#include "accessibility/focus/ORVAXAppTracker.h"
-#include "accessibility/focus/ORVAXFocusTracker.h"
 #include "app/ORVAXAppDelegate.h"
-#include "context/OrvContextHandler.h"
-#include "speech/ORVAXFocusEchoController.h"
 
 namespace orv::test {
 
-namespace {
-void resetAgentState() {
-    ORVAXFocusTracker::resetForTesting();
-    ORVAXAppTracker::resetForTesting();
-    ORVAXSystemUITracker::resetForTesting();
-    OrvContextHandler::resetForTesting();
-    ORVAXFocusEchoController::resetForTesting();
-    ORVCommunicationHub::resetSharedState();
-}
-}  // namespace
 
 std::ostream& operator<<(std::ostream& os, const FocusDatagram& d) {
     return os << "{" << d.x << "," << d.y << "," << d.width << "," << d.height << " edges "
@@ -39,7 +24,7 @@ FocusDatagram area(int x, int y, int w, int h, int edgeX, int edgeY, int source)
 
 AgentHarness::AgentHarness(uint32_t verbosity) : desk(sim::SimDesktop::create()), log(verbosity) {
     desk->install();
-    resetAgentState();
+    ORVAXAppDelegate::resetClassStateForTesting();
     ORVCommPkt::resetSignatureCounter(0);
     ORVCommunicationHub::Options options;
     options.serverPort = magnifier.port();
@@ -47,7 +32,7 @@ AgentHarness::AgentHarness(uint32_t verbosity) : desk(sim::SimDesktop::create())
 }
 
 AgentHarness::~AgentHarness() {
-    resetAgentState();
+    ORVAXAppDelegate::resetClassStateForTesting();
     desk->runUntilIdle();
     desk->uninstall();
 }
