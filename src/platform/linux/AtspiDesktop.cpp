@@ -443,13 +443,21 @@ AtspiElementRef AtspiDesktop::searchFocus(AppInfo& app) {
 
 AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
     *err = kAXErrorSuccess;
+    // An object announced focused, with no focus-out since, that does not show the state.
+    AtspiElementRef announced;
     if (app.focus && app.focusLive) {
         AtspiAccessible* check =
             app.focusContainer ? app.focusContainer->accessible() : app.focus->accessible();
-        if (hasState(check, ATSPI_STATE_FOCUSED) && !hasState(check, ATSPI_STATE_DEFUNCT))
+        if (hasState(check, ATSPI_STATE_DEFUNCT)) {
+            app.focusLive = false;
+            app.searched = false;
+        } else if (hasState(check, ATSPI_STATE_FOCUSED)) {
             return app.focus;
-        app.focusLive = false;
-        app.searched = false;
+        } else {
+            announced = app.focus;
+            app.focusLive = false;
+            app.searched = false;
+        }
     }
     if (!app.searched) {
         app.searched = true;
@@ -459,6 +467,12 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
             app.focusLive = true;
             return found;
         }
+    }
+    if (announced) {
+        // GtkListBox announces a row focused before the row takes focus, and in between nothing
+        // in the window shows the state: the announcement stands until something else does.
+        app.focusLive = true;
+        return announced;
     }
     *err = kAXErrorNoValue;
     return nullptr;

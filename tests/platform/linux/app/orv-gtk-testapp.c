@@ -1,14 +1,28 @@
-/* A small GTK3 window for the desktop backend's tests: two buttons, a text field, a password
- * field, a check box, a list and a text area, each with a fixed accessible name. It reads
+/* A small GTK3 window for the desktop tests: two buttons, a text field, a password field, a
+ * check box, two radio buttons, a list of three rows and a text area, each with a fixed name
+ * (the accessible name, except for the rows, whose accessible text is their label). It reads
  * commands from standard input, one per line:
- *   focus NAME    give keyboard focus to the widget with that accessible name
- *   next          move focus to the next widget, as Tab does
- *   move X Y      move the window
- *   text STRING   replace the text field's contents
- *   quit          end
- * With --cycle MS it moves focus to the next widget every MS milliseconds by itself; with
- * --no-stdin it ignores standard input (and does not end when it closes).
- * It writes "ready" on standard output once its window has been shown. */
+ *   focus NAME      give keyboard focus to the widget with that name
+ *   next            move focus to the next widget, as Tab does
+ *   unfocus         leave the window without a focused widget
+ *   announce NAME   what GtkListBox does with its rows: focus leaves the current widget, NAME
+ *                   is announced focused at once, and really gets focus 300 ms later
+ *   cycle MS N      give focus to the next widget of the focus order every MS ms, N times,
+ *                   then write "done"
+ *   move X Y        move the window
+ *   text STRING     replace the text field's contents
+ *   quit            end
+ * Options: --cycle MS starts an endless cycle at once; --no-stdin ignores standard input (and
+ * does not end when it closes); --report writes on standard output, for every focus change,
+ *   focus NAME X Y W H T
+ * and, when the focused widget moves on screen without a focus change (the window moved),
+ *   at NAME X Y W H T
+ * with the widget's screen extents (X screen coordinates, top-left origin), NAME "(window)" and
+ * the window frame's extents when no widget has focus, and T the monotonic clock in
+ * microseconds when focus was set (when the move was seen).
+ * At start it writes "screen X Y W H" (the primary monitor), "xid N" (the window) and, once
+ * the window has been shown, "ready". */
+#include <gdk/gdkx.h>
 #include <gtk/gtk.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,11 +30,112 @@
 static GtkWidget *window;
 static GtkWidget *entry;
 static GHashTable *by_name;
+static gboolean report;
+
+/* The focus order for cycles: what Tab visits, without the window's unfocused stop. */
+static const char *const focus_order[] = {"First",   "Second",       "Name field", "Password field",
+                                          "Check me", "Radio A",      "Row 1",      "Row 2",
+                                          "Row 3",    "Notes"};
+enum { kFocusOrderLength = sizeof focus_order / sizeof focus_order[0] };
+static int cycle_next;
+static int cycle_left = -1; /* -1: endless */
+static guint cycle_source;
 
 static void name_widget(GtkWidget *w, const char *name) {
     gtk_widget_set_name(w, name);
     atk_object_set_name(gtk_widget_get_accessible(w), name);
     g_hash_table_insert(by_name, g_strdup(name), w);
+}
+
+/* Where the user sees the focus: the focused widget's allocation on the screen, or the window
+ * frame when nothing inside has focus. What the accessibility layer says is not asked. */
+static void focus_extents(const char **name, GdkRectangle *r) {
+    GtkWidget *w = gtk_window_get_focus(GTK_WINDOW(window));
+    GdkWindow *top = gtk_widget_get_window(window);
+    if (!w || !top) {
+        *name = "(window)";
+        if (top) gdk_window_get_frame_extents(top, r);
+        else memset(r, 0, sizeof *r);
+        return;
+    }
+    *name = gtk_widget_get_name(w);
+    GtkAllocation a;
+    gtk_widget_get_allocation(w, &a);
+    int wx = 0, wy = 0, ox = 0, oy = 0;
+    gtk_widget_translate_coordinates(w, window, 0, 0, &wx, &wy);
+    gdk_window_get_origin(top, &ox, &oy);
+    r->x = ox + wx;
+    r->y = oy + wy;
+    r->width = a.width;
+    r->height = a.height;
+}
+
+static GdkRectangle last_reported;
+
+static void report_focus(const char *kind) {
+    if (!report) return;
+    const gint64 now = g_get_monotonic_time();
+    const char *name;
+    GdkRectangle r;
+    focus_extents(&name, &r);
+    last_reported = r;
+    printf("%s %s %d %d %d %d %" G_GINT64_FORMAT "\n", kind, name, r.x, r.y, r.width, r.height,
+           now);
+    fflush(stdout);
+}
+
+/* Runs after GtkWindow has moved the focus: the widget has it and its events are out. */
+static void on_set_focus(GtkWindow *w, GtkWidget *focus, gpointer data) {
+    (void)w; (void)focus; (void)data;
+    report_focus("focus");
+}
+
+static gboolean check_moved(gpointer data) {
+    (void)data;
+    const char *name;
+    GdkRectangle r;
+    focus_extents(&name, &r);
+    if (!gdk_rectangle_equal(&r, &last_reported)) report_focus("at");
+    return G_SOURCE_REMOVE;
+}
+
+static gboolean on_configure(GtkWidget *w, GdkEvent *ev, gpointer data) {
+    (void)w; (void)ev; (void)data;
+    /* The new origin is known once GTK has handled the event. */
+    if (report) g_idle_add(check_moved, NULL);
+    return FALSE;
+}
+
+static gboolean cycle(gpointer data) {
+    (void)data;
+    if (cycle_left == 0) {
+        cycle_source = 0;
+        printf("done\n");
+        fflush(stdout);
+        return G_SOURCE_REMOVE;
+    }
+    if (cycle_left > 0) cycle_left--;
+    GtkWidget *w = g_hash_table_lookup(by_name, focus_order[cycle_next]);
+    cycle_next = (cycle_next + 1) % kFocusOrderLength;
+    if (w) gtk_widget_grab_focus(w);
+    return G_SOURCE_CONTINUE;
+}
+
+static void start_cycle(int ms, int count) {
+    if (cycle_source) g_source_remove(cycle_source);
+    /* The cycle starts after the widget that has focus now. */
+    GtkWidget *focused = gtk_window_get_focus(GTK_WINDOW(window));
+    cycle_next = 0;
+    for (int i = 0; i < kFocusOrderLength; i++)
+        if (focused && strcmp(gtk_widget_get_name(focused), focus_order[i]) == 0)
+            cycle_next = (i + 1) % kFocusOrderLength;
+    cycle_left = count;
+    cycle_source = g_timeout_add(ms, cycle, NULL);
+}
+
+static gboolean grab_later(gpointer data) {
+    gtk_widget_grab_focus(GTK_WIDGET(data));
+    return G_SOURCE_REMOVE;
 }
 
 static void handle(const char *line) {
@@ -30,6 +145,21 @@ static void handle(const char *line) {
         else g_printerr("no widget named '%s'\n", line + 6);
     } else if (strcmp(line, "next") == 0) {
         g_signal_emit_by_name(window, "move-focus", GTK_DIR_TAB_FORWARD);
+    } else if (strcmp(line, "unfocus") == 0) {
+        gtk_window_set_focus(GTK_WINDOW(window), NULL);
+    } else if (g_str_has_prefix(line, "announce ")) {
+        GtkWidget *w = g_hash_table_lookup(by_name, line + 9);
+        if (!w) {
+            g_printerr("no widget named '%s'\n", line + 9);
+            return;
+        }
+        gtk_window_set_focus(GTK_WINDOW(window), NULL);
+        atk_object_notify_state_change(gtk_widget_get_accessible(w), ATK_STATE_FOCUSED, TRUE);
+        g_timeout_add(300, grab_later, w);
+    } else if (g_str_has_prefix(line, "cycle ")) {
+        int ms = 0, count = 0;
+        if (sscanf(line + 6, "%d %d", &ms, &count) == 2 && ms > 0 && count >= 0)
+            start_cycle(ms, count);
     } else if (g_str_has_prefix(line, "move ")) {
         int x = 0, y = 0;
         if (sscanf(line + 5, "%d %d", &x, &y) == 2) gtk_window_move(GTK_WINDOW(window), x, y);
@@ -58,12 +188,6 @@ static gboolean on_stdin(GIOChannel *ch, GIOCondition cond, gpointer data) {
     return G_SOURCE_CONTINUE;
 }
 
-static gboolean cycle(gpointer data) {
-    (void)data;
-    g_signal_emit_by_name(window, "move-focus", GTK_DIR_TAB_FORWARD);
-    return G_SOURCE_CONTINUE;
-}
-
 static gboolean announce(GtkWidget *w, GdkEvent *ev, gpointer data) {
     (void)w; (void)ev; (void)data;
     static gboolean said = FALSE;
@@ -81,6 +205,7 @@ int main(int argc, char **argv) {
     for (int i = 1; i < argc; i++) {
         if (strcmp(argv[i], "--cycle") == 0 && i + 1 < argc) cycle_ms = atoi(argv[++i]);
         if (strcmp(argv[i], "--no-stdin") == 0) use_stdin = FALSE;
+        if (strcmp(argv[i], "--report") == 0) report = TRUE;
     }
     g_set_prgname("orv-gtk-testapp");
     gtk_init(&argc, &argv);
@@ -107,13 +232,23 @@ int main(int argc, char **argv) {
     name_widget(password, "Password field");
     GtkWidget *check = gtk_check_button_new_with_label("Check me");
     name_widget(check, "Check me");
+    GtkWidget *radio_a = gtk_radio_button_new_with_label(NULL, "Radio A");
+    name_widget(radio_a, "Radio A");
+    GtkWidget *radio_b =
+        gtk_radio_button_new_with_label_from_widget(GTK_RADIO_BUTTON(radio_a), "Radio B");
+    name_widget(radio_b, "Radio B");
 
     GtkWidget *list = gtk_list_box_new();
     name_widget(list, "Items");
     for (int i = 1; i <= 3; i++) {
         char label[32];
         snprintf(label, sizeof label, "Row %d", i);
-        gtk_container_add(GTK_CONTAINER(list), gtk_label_new(label));
+        GtkWidget *row = gtk_list_box_row_new();
+        gtk_container_add(GTK_CONTAINER(row), gtk_label_new(label));
+        gtk_container_add(GTK_CONTAINER(list), row);
+        /* The rows' accessible text is their label; only the widget takes the name. */
+        gtk_widget_set_name(row, label);
+        g_hash_table_insert(by_name, g_strdup(label), row);
     }
     GtkWidget *area = gtk_text_view_new();
     name_widget(area, "Notes");
@@ -127,18 +262,30 @@ int main(int argc, char **argv) {
     gtk_box_pack_start(GTK_BOX(box), entry, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(box), password, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(box), check, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(box), radio_a, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(box), radio_b, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(box), list, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(box), scroll, TRUE, TRUE, 0);
 
     g_signal_connect(window, "map-event", G_CALLBACK(announce), NULL);
+    g_signal_connect_after(window, "set-focus", G_CALLBACK(on_set_focus), NULL);
+    g_signal_connect(window, "configure-event", G_CALLBACK(on_configure), NULL);
     if (use_stdin) {
         GIOChannel *in = g_io_channel_unix_new(0);
         g_io_add_watch(in, G_IO_IN | G_IO_HUP | G_IO_ERR, on_stdin, NULL);
     }
-    if (cycle_ms > 0) g_timeout_add(cycle_ms, cycle, NULL);
 
     gtk_widget_show_all(window);
     gtk_widget_grab_focus(first);
+    if (cycle_ms > 0) start_cycle(cycle_ms, -1);
+    GdkRectangle primary = {0, 0, 0, 0};
+    GdkDisplay *display = gdk_display_get_default();
+    GdkMonitor *monitor = gdk_display_get_primary_monitor(display);
+    if (!monitor) monitor = gdk_display_get_monitor(display, 0);
+    if (monitor) gdk_monitor_get_geometry(monitor, &primary);
+    printf("screen %d %d %d %d\n", primary.x, primary.y, primary.width, primary.height);
+    printf("xid %lu\n", (unsigned long)GDK_WINDOW_XID(gtk_widget_get_window(window)));
+    fflush(stdout);
     gtk_main();
     return 0;
 }
