@@ -46,7 +46,6 @@ class Sink {
     uint16_t port_ = 0;
 };
 
-
 struct Desktop {
     explicit Desktop(bool startAgent) {
         desk = sim::SimDesktop::create();

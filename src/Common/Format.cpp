@@ -170,7 +170,8 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
             case 'x':
             case 'X':
             case 'o':
-                out.append(printfOne(conversion + "ll" + conv, static_cast<unsigned long long>(asInt())));
+                out.append(
+                    printfOne(conversion + "ll" + conv, static_cast<unsigned long long>(asInt())));
                 break;
             case 'c':
                 out.append(printfOne(conversion + "c", static_cast<int>(asInt())));

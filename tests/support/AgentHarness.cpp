@@ -9,7 +9,6 @@
 
 namespace orv::test {
 
-
 std::ostream& operator<<(std::ostream& os, const FocusDatagram& d) {
     return os << "{" << d.x << "," << d.y << "," << d.width << "," << d.height << " edges "
               << d.edgeX << "," << d.edgeY << " source " << d.source << "}";

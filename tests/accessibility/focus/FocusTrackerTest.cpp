@@ -12,24 +12,29 @@ using test::area;
 using test::FocusDatagram;
 
 class FocusTracker : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         auto& editor = h.desk->addApplication(100, "com.example.editor", "Editor");
-        ASSERT_TRUE(editor.load(R"(
+        ASSERT_TRUE(editor
+                        .load(R"(
 AXWindow "Doc" [0 22 800 600] #win AXMain=true
   AXButton "A" [20 60 80 24] #a
   AXButton "B" [120 60 80 24] #b
-)").ok());
+)")
+                        .ok());
         auto& nc = h.desk->addApplication(300, "com.apple.notificationcenterui", "Notifications");
         ASSERT_TRUE(nc.load(R"(
 AXWindow/AXNotificationCenterBanner "Banner" [1000 30 300 80] #banner
   AXButton "Close" [1010 40 20 20] #close
-)").ok());
+)")
+                        .ok());
         h.desk->addApplication(400, "com.example.blank", "Blank");
         h.desk->focus(editor.find("a"));
         h.desk->runUntilIdle();
     }
-    sim::SimNodePtr node(pid_t pid, const char* label) { return h.desk->application(pid)->find(label); }
+    sim::SimNodePtr node(pid_t pid, const char* label) {
+        return h.desk->application(pid)->find(label);
+    }
 
     test::AgentHarness h;
 };
@@ -65,9 +70,11 @@ TEST_F(FocusTracker, AnEqualElementDoesNotRestartTheTracker) {
     auto tracker = ORVAXFocusTracker::currentTracker();
     ASSERT_NE(tracker, nullptr);
     auto app = ORVAXElement::newForApplication(100);
-    ORVAXFocusTracker::setFocusedElement(ORVAXElement::newForElement(h.desk->ref(node(100, "a"))), app);
+    ORVAXFocusTracker::setFocusedElement(ORVAXElement::newForElement(h.desk->ref(node(100, "a"))),
+                                         app);
     EXPECT_EQ(ORVAXFocusTracker::currentTracker(), tracker);
-    ORVAXFocusTracker::setFocusedElement(ORVAXElement::newForElement(h.desk->ref(node(100, "b"))), app);
+    ORVAXFocusTracker::setFocusedElement(ORVAXElement::newForElement(h.desk->ref(node(100, "b"))),
+                                         app);
     EXPECT_NE(ORVAXFocusTracker::currentTracker(), tracker);
     EXPECT_FALSE(tracker->isPolling());
 }
