@@ -21,6 +21,9 @@ constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
 constexpr double kDefaultTimeout = 0.25;
 // Nodes looked at when the Collection interface is missing and the tree is walked by hand.
 constexpr int kFocusSearchLimit = 2000;
+// How long a window activation may wait for its focus widget's focus-in (GTK sends it on a later
+// turn of its loop, a few milliseconds after); a window with no focus widget waits this long.
+constexpr double kFocusGrace = 0.1;
 
 double monotonicSeconds() {
     return static_cast<double>(g_get_monotonic_time()) / 1e6;
@@ -69,6 +72,7 @@ enum class EventKind {
     ChildRemoved,
     Defunct,
     Bounds,
+    WindowReshaped,  // from the X server, not AT-SPI
     ValueChanged,
     SelectedText,
     NameChanged,
@@ -198,13 +202,15 @@ void AtspiDesktop::registerEventType(const char* type) {
 void AtspiDesktop::setMessagingTimeout(double seconds) {
     timeout_ = seconds > 0 ? seconds : kDefaultTimeout;
     // libatspi waits up to about twice what it is given (a read-write round, then the check),
-    // and would give a freshly started application 15 seconds: neither is wanted here.
-    const int ms = std::max(1, static_cast<int>(std::lround(timeout_ * 1000.0 / 2.0)));
+    // and would give a freshly started application 15 seconds: neither is wanted here. The rest
+    // of the main-loop turn that made the call must fit as well (20 ms).
+    const int ms = std::max(1, static_cast<int>(std::lround((timeout_ - 0.02) * 1000.0 / 2.0)));
+    callBudget_ = ms / 1000.0;
     atspi_set_timeout(ms, 0);
 }
 
 bool AtspiDesktop::looksTimedOut(const CallClock& clock) const {
-    return clock.elapsed() >= timeout_ / 2.0 * 0.9;
+    return clock.elapsed() >= callBudget_ * 0.9;
 }
 
 AXError AtspiDesktop::errorFor(GError* error, const CallClock& clock, AXError fallback) const {
@@ -353,9 +359,15 @@ bool AtspiDesktop::hasState(AtspiAccessible* acc, int state) {
 
 AtspiElementRef AtspiDesktop::activeWindow(AppInfo& app, AXError* err) {
     *err = kAXErrorSuccess;
-    if (app.activeWindow && hasState(app.activeWindow->accessible(), ATSPI_STATE_ACTIVE))
-        return app.activeWindow;
+    if (app.activeWindow) {
+        AtspiAccessible* w = app.activeWindow->accessible();
+        // GTK tells of the activation before the window shows the state.
+        if (app.activeFromEvent ? !hasState(w, ATSPI_STATE_DEFUNCT)
+                                : hasState(w, ATSPI_STATE_ACTIVE))
+            return app.activeWindow;
+    }
     app.activeWindow.reset();
+    app.activeFromEvent = false;
     AtspiAccessible* root = app.root ? app.root->accessible() : nullptr;
     if (!root) {
         *err = kAXErrorInvalidUIElement;
@@ -474,8 +486,31 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
         app.focusLive = true;
         return announced;
     }
+    if (app.resumeFocus && app.focus && app.activeWindow &&
+        !hasState(app.focus->accessible(), ATSPI_STATE_DEFUNCT) &&
+        isWithin(app.focus->accessible(), *app.activeWindow)) {
+        // GTK tells of a window's activation first and of its focus widget's focus-in on a later
+        // turn; the window keeps its focus widget meanwhile. Answering "none" in between moved
+        // the magnifier off the window and back at every switch of application.
+        app.resumeFocus = false;
+        app.focusLive = true;
+        return app.focus;
+    }
     *err = kAXErrorNoValue;
     return nullptr;
+}
+
+bool AtspiDesktop::isWithin(AtspiAccessible* acc, const AtspiElement& window) {
+    AtspiAccessible* cur = acc ? static_cast<AtspiAccessible*>(g_object_ref(acc)) : nullptr;
+    bool within = false;
+    for (int depth = 0; cur && depth < 64 && !within; ++depth) {
+        within = window.isSame(busNameOf(cur), pathOf(cur));
+        AtspiAccessible* parent = atspi_accessible_get_parent(cur, nullptr);
+        g_object_unref(cur);
+        cur = parent;
+    }
+    if (cur) g_object_unref(cur);
+    return within;
 }
 
 AtspiElementRef AtspiDesktop::systemFocusedObject(AXError* err) {
@@ -533,7 +568,19 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
                     wanted = true;
         if (!wanted) return;
     }
-    pending_.push_back(Pending{kind, AtspiElement::make(event->source), AtspiElement::make(other)});
+    queue(Pending{kind, AtspiElement::make(event->source), AtspiElement::make(other)});
+}
+
+void AtspiDesktop::focusedWindowMoved() {
+    AppInfo* app = frontmostApp();
+    if (!app) return;
+    AXError err = kAXErrorSuccess;
+    if (AtspiElementRef window = activeWindow(*app, &err))
+        queue(Pending{EventKind::WindowReshaped, window, nullptr});
+}
+
+void AtspiDesktop::queue(Pending event) {
+    pending_.push_back(std::move(event));
     if (!flushScheduled_) {
         flushScheduled_ = true;
         std::weak_ptr<AtspiDesktop> weak = weak_from_this();
@@ -583,6 +630,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             app->focusContainer.reset();
             app->focusLive = true;
             app->searched = true;
+            app->resumeFocus = false;
             if (!(frontKnown_ && frontBus_ == bus)) {
                 setFrontmost(app);
                 const pid_t pid = app->pid;
@@ -601,6 +649,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (held && held->equals(*ev.source)) {
                 app.focusLive = false;
                 app.searched = false;
+                app.resumeFocus = false;
             }
             return;
         }
@@ -619,6 +668,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             app->focusContainer = ev.source;
             app->focusLive = true;
             app->searched = true;
+            app->resumeFocus = false;
             notify(bus, "AXFocusedUIElementChanged", ev.other, out);
             return;
         }
@@ -626,7 +676,11 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             AppInfo* app = appForBus(bus);
             if (!app) return;
             app->activeWindow = ev.source;
-            if (!app->focusLive) app->searched = false;
+            app->activeFromEvent = true;
+            if (!app->focusLive) {
+                app->searched = false;
+                app->resumeFocus = app->focus != nullptr;
+            }
             if (!(frontKnown_ && frontBus_ == bus)) {
                 setFrontmost(app);
                 const pid_t pid = app->pid;
@@ -641,8 +695,10 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         case EventKind::WindowDeactivate: {
             auto it = apps_.find(bus);
             if (it != apps_.end() && it->second.activeWindow &&
-                it->second.activeWindow->equals(*ev.source))
+                it->second.activeWindow->equals(*ev.source)) {
                 it->second.activeWindow.reset();
+                it->second.activeFromEvent = false;
+            }
             return;
         }
         case EventKind::WindowCreate:
@@ -682,7 +738,8 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         case EventKind::Defunct: {
             auto it = apps_.find(bus);
             if (it != apps_.end() && it->second.focus && it->second.focus->equals(*ev.source))
-                it->second.focusLive = false, it->second.searched = false;
+                it->second.focusLive = false, it->second.searched = false,
+                it->second.resumeFocus = false;
             notify(bus, "AXUIElementDestroyed", ev.source, out);
             return;
         }
@@ -695,6 +752,10 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             notify(bus, window ? "AXWindowResized" : "AXResized", ev.source, out);
             return;
         }
+        case EventKind::WindowReshaped:
+            notify(bus, "AXWindowMoved", ev.source, out);
+            notify(bus, "AXWindowResized", ev.source, out);
+            return;
         case EventKind::ValueChanged:
             notify(bus, "AXValueChanged", ev.source, out);
             return;
@@ -713,13 +774,47 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
     }
 }
 
+bool AtspiDesktop::focusSettled(AppInfo& app) {
+    if (app.focusLive) return true;
+    return app.resumeFocus && app.focus && app.activeWindow &&
+           isWithin(app.focus->accessible(), *app.activeWindow);
+}
+
 void AtspiDesktop::flush() {
     flushScheduled_ = false;
     std::vector<Pending> batch;
     batch.swap(pending_);
     // State first, for the whole batch, so that observers reading back see where things ended.
-    std::vector<Delivery> out;
-    for (auto& ev : batch) process(ev, out);
+    std::vector<Delivery> out = std::move(held_);
+    held_.clear();
+    for (auto& ev : batch) {
+        process(ev, out);
+        if (ev.kind == EventKind::WindowActivate) {
+            awaitingFocusOf_ = ev.source->busName();
+            holdUntil_ = monotonicSeconds() + kFocusGrace;
+        }
+    }
+    if (!awaitingFocusOf_.empty()) {
+        // A window activated without its focus would send the reader to the window and, a moment
+        // later, to the widget: everything waits for the focus-in, briefly.
+        auto app = apps_.find(awaitingFocusOf_);
+        const double now = monotonicSeconds();
+        if (app != apps_.end() && !focusSettled(app->second) && now < holdUntil_) {
+            held_ = std::move(out);
+            if (!holdTimerSet_) {
+                holdTimerSet_ = true;
+                std::weak_ptr<AtspiDesktop> weak = weak_from_this();
+                loop_->postAfter(holdUntil_ - now, [weak] {
+                    if (auto self = weak.lock()) {
+                        self->holdTimerSet_ = false;
+                        self->flush();
+                    }
+                });
+            }
+            return;
+        }
+        awaitingFocusOf_.clear();
+    }
     std::weak_ptr<bool> alive = alive_;
     for (auto& d : out) {
         if (alive.expired()) return;

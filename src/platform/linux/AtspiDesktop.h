@@ -52,7 +52,13 @@ struct AppInfo {
     bool focusLive = false;
     // Whether the active window has been searched for the focused object since the last change.
     bool searched = false;
+    // `focus` lost focus and a window has been activated since: if it is that window's, it is
+    // the focus again until the toolkit says otherwise.
+    bool resumeFocus = false;
     AtspiElementRef activeWindow;
+    // `activeWindow` came from window:activate and no window:deactivate has followed: it stands
+    // even before the window shows the ACTIVE state.
+    bool activeFromEvent = false;
 };
 
 class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
@@ -123,6 +129,9 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
 
     // Called by libatspi (through a static trampoline).
     void onEvent(const AtspiEvent* event);
+    // The X server saw the focused top-level window move or change size: the front
+    // application's active window is told, as its bounds-changed would (GTK sends none).
+    void focusedWindowMoved();
 
   private:
     struct Pending;
@@ -131,12 +140,15 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void registerEventType(const char* type);
     void refreshApplications();
     AppInfo* addApplication(AtspiAccessible* root);
+    void queue(Pending event);
     void flush();
     void process(Pending& ev, std::vector<Delivery>& out);
     void notify(const std::string& bus, const std::string& notification,
                 const AtspiElementRef& element, std::vector<Delivery>& out);
     void setFrontmost(AppInfo* app);
     AtspiElementRef searchFocus(AppInfo& app);
+    // Whether `window` is `acc` or one of its ancestors (parents come from libatspi's cache).
+    bool isWithin(AtspiAccessible* acc, const AtspiElement& window);
     bool hasState(AtspiAccessible* acc, int state);
 
     std::shared_ptr<MainLoop> loop_;
@@ -144,6 +156,7 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     AtspiAccessible* desktop_ = nullptr;
     std::set<std::string> registeredTypes_;
     double timeout_ = 0;
+    double callBudget_ = 0;  // what libatspi is given per call
     Point origin_;
 
     std::map<std::string, AppInfo> apps_;
@@ -156,6 +169,13 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
 
     std::vector<Pending> pending_;
     bool flushScheduled_ = false;
+    // Deliveries held back after a window activation until its application's focus is known
+    // (GTK tells of the focus widget a moment after the window), at most until `holdUntil_`.
+    std::vector<Delivery> held_;
+    std::string awaitingFocusOf_;
+    double holdUntil_ = 0;
+    bool holdTimerSet_ = false;
+    bool focusSettled(AppInfo& app);
     std::shared_ptr<bool> alive_;
     Stats stats_;
 };

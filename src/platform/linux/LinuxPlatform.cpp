@@ -111,6 +111,9 @@ std::shared_ptr<Platform> makeLinuxPlatform(std::string* whyNot) {
         auto a = weakDesktop.lock();
         if (d && a) a->setScreenOrigin(d->mainOrigin());
     };
+    displays->onFocusedWindowMoved = [weakDesktop] {
+        if (auto a = weakDesktop.lock()) a->focusedWindowMoved();
+    };
 
     auto p = std::make_shared<Platform>();
     p->name = "linux";

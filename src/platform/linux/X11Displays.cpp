@@ -3,6 +3,8 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/Xrandr.h>
 
+#include <algorithm>
+
 namespace orv::linuxdesk {
 
 std::shared_ptr<X11Displays> X11Displays::create(Display* display, MainLoop& loop) {
@@ -20,6 +22,8 @@ X11Displays::X11Displays(Display* display, Display* pointer, MainLoop& loop)
     } else {
         rrEventBase_ = -1;
     }
+    // Top-level windows (window manager frames) moving and resizing.
+    XSelectInput(dpy_, DefaultRootWindow(dpy_), SubstructureNotifyMask);
     readLayout();
     watch_ =
         loop_.watchFd(ConnectionNumber(dpy_), kFdReadable, [this](int, short) { drainEvents(); });
@@ -33,18 +37,70 @@ X11Displays::~X11Displays() {
 
 void X11Displays::drainEvents() {
     bool changed = false;
+    std::vector<unsigned long> reshaped;
+    const Window root = DefaultRootWindow(dpy_);
     while (XPending(dpy_)) {
         XEvent ev;
         XNextEvent(dpy_, &ev);
         if (rrEventBase_ >= 0 && ev.type == rrEventBase_ + RRScreenChangeNotify) {
             XRRUpdateConfiguration(&ev);
             changed = true;
+        } else if (ev.type == ConfigureNotify && ev.xconfigure.event == root) {
+            const XConfigureEvent& c = ev.xconfigure;
+            const Rect r(c.x, c.y, c.width, c.height);
+            auto [it, added] = topLevels_.try_emplace(c.window, r);
+            // Restacking sends the same geometry again.
+            if (added || it->second != r) reshaped.push_back(c.window);
+            it->second = r;
+        } else if (ev.type == DestroyNotify && ev.xdestroywindow.event == root) {
+            topLevels_.erase(ev.xdestroywindow.window);
         }
     }
     if (changed) {
         readLayout();
         if (onLayoutChanged) onLayoutChanged();
     }
+    if (!reshaped.empty() && onFocusedWindowMoved) {
+        const unsigned long focused = focusedTopLevel();
+        if (focused && std::find(reshaped.begin(), reshaped.end(), focused) != reshaped.end())
+            onFocusedWindowMoved();
+    }
+}
+
+unsigned long X11Displays::focusedTopLevel() {
+    Window focus = 0;
+    int revert = 0;
+    XGetInputFocus(dpy_, &focus, &revert);
+    return topLevelOf(focus);
+}
+
+namespace {
+// Xlib's default handler ends the process.
+int ignoreXError(Display*, XErrorEvent*) {
+    return 0;
+}
+}  // namespace
+
+unsigned long X11Displays::topLevelOf(unsigned long window) {
+    const Window root = DefaultRootWindow(dpy_);
+    if (window == None || window == PointerRoot || window == root) return 0;
+    // Every request below waits for its reply, so its error has been handled when it returns.
+    auto previous = XSetErrorHandler(ignoreXError);
+    Window found = 0;
+    for (int depth = 0; depth < 32; ++depth) {
+        Window rootRet = 0, parent = 0, *children = nullptr;
+        unsigned n = 0;
+        if (!XQueryTree(dpy_, window, &rootRet, &parent, &children, &n)) break;
+        if (children) XFree(children);
+        if (parent == root) {
+            found = window;
+            break;
+        }
+        if (parent == 0) break;
+        window = parent;
+    }
+    XSetErrorHandler(previous);
+    return found;
 }
 
 void X11Displays::readLayout() {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/Desktop.h"
@@ -37,12 +38,20 @@ class X11Displays final : public Displays {
     std::vector<Rect> monitorRects();
     // Called whenever the layout was read anew.
     std::function<void()> onLayoutChanged;
+    // Called when the top-level window that holds the keyboard focus moved or changed size (GTK
+    // says nothing over AT-SPI when a window moves); once per batch of X events.
+    std::function<void()> onFocusedWindowMoved;
+    // The child of the root window that holds `window`, or 0 (also when `window` is gone: any
+    // window may be destroyed between two requests, and that must not end the process).
+    unsigned long topLevelOf(unsigned long window);
 
   private:
     X11Displays(Display* display, Display* pointer, MainLoop& loop);
     void readLayout();
     void drainEvents();
     Monitor mainMonitor() const;  // lock held
+    // The child of the root window that contains the X input focus, or 0.
+    unsigned long focusedTopLevel();
 
     Display* dpy_;
     Display* pointerDpy_;
@@ -51,6 +60,8 @@ class X11Displays final : public Displays {
     int rrEventBase_ = -1;
     mutable std::mutex mutex_;
     std::vector<Monitor> monitors_;  // main first
+    // Geometry of the root's children as ConfigureNotify last gave it.
+    std::unordered_map<unsigned long, Rect> topLevels_;
 };
 
 }  // namespace orv::linuxdesk

@@ -17,6 +17,7 @@
 #include "platform/linux/AtspiDesktop.h"
 #include "platform/linux/LinuxDesktopSession.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/X11Displays.h"
 
 extern char** environ;
 
@@ -158,6 +159,78 @@ TEST_F(LinuxDesktopTest, FocusAnnouncedBeforeTheWidgetTakesItIsTheFocus) {
         5));
 }
 
+TEST_F(LinuxDesktopTest, WindowActivatedAgainAnswersItsFocusWidgetAtOnce) {
+    // GTK tells of a window's activation a turn before its focus widget's focus-in, and before
+    // the window shows the ACTIVE state. A read in between answered "no focus", and the agent
+    // told the magnifier so at every switch between applications.
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(second);
+    focus("Second");
+    ASSERT_TRUE(waitUntil(
+        [&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second); }, 5));
+    AXUIElementRef window = elementAttr(ax(), second, "AXTopLevelUIElement");
+    ASSERT_TRUE(window);
+    auto activate = [](pid_t pid) {
+        return runTool({"xdotool", "search", "--all", "--onlyvisible", "--pid", std::to_string(pid),
+                        "--name", "Ocuvane Test", "windowactivate", "--sync"});
+    };
+    TestApp other(*platform_);
+    std::string why;
+    ASSERT_TRUE(other.start(&why)) << why;
+    ASSERT_EQ(activate(other.pid()), 0);
+    ASSERT_TRUE(waitUntil(
+        [&] { return platform_->workspace->frontmostApplication()->pid == other.pid(); }, 5));
+
+    std::vector<std::string> readAtActivation;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef&, const std::string&, void*) {
+                      AXError err = kAXErrorSuccess;
+                      AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
+                      AXUIElementRef w = elementAttr(ax(), app, "AXFocusedWindow");
+                      readAtActivation.push_back(
+                          (f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err)) +
+                          (axEqual(w, window) ? " in its window" : " without a window"));
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedWindowChanged", nullptr), kAXErrorSuccess);
+    observer->attachToMainLoop();
+    // The main loop runs while the window manager switches, as the agent's does, so that GTK's
+    // messages arrive in the turns they were sent in.
+    pid_t tool = 0;
+    const std::string pid = std::to_string(appPid());
+    const char* argv[] = {"xdotool",   "search", "--all",        "--onlyvisible",  "--pid",
+                          pid.c_str(), "--name", "Ocuvane Test", "windowactivate", nullptr};
+    ASSERT_EQ(posix_spawnp(&tool, argv[0], nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+    EXPECT_TRUE(waitUntil([&] { return !readAtActivation.empty(); }, 5));
+    waitpid(tool, nullptr, 0);
+    ASSERT_FALSE(readAtActivation.empty());
+    EXPECT_EQ(readAtActivation.front(), "Second in its window");
+}
+
+TEST_F(LinuxDesktopTest, NewWindowComesToTheFrontWithItsFocus) {
+    // The activation of a new window is told once GTK has told of its focus widget too, so that
+    // the agent does not send the window and then, a moment later, the widget.
+    std::vector<std::string> readAtSwitch;
+    auto conn = platform_->workspace->frontApplicationSwitched.connect([&](pid_t pid) {
+        AXError err = kAXErrorSuccess;
+        AXUIElementRef f =
+            elementAttr(ax(), ax().createApplication(pid), "AXFocusedUIElement", &err);
+        readAtSwitch.push_back(f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err));
+    });
+    TestApp other(*platform_);
+    std::string why;
+    const bool started = other.start(&why);
+    const bool switched = waitUntil([&] { return !readAtSwitch.empty(); }, 5);
+    platform_->workspace->frontApplicationSwitched.disconnect(conn);
+    ASSERT_TRUE(started) << why;
+    ASSERT_TRUE(switched);
+    EXPECT_EQ(readAtSwitch.front(), "First");
+}
+
 TEST_F(LinuxDesktopTest, MovingTheWindowNotifiesAndMovesItsChildren) {
     AXUIElementRef button = waitForTitle(*this, "First");
     AXUIElementRef window = elementAttr(ax(), button, "AXTopLevelUIElement");
@@ -201,6 +274,58 @@ TEST_F(LinuxDesktopTest, MovingTheWindowNotifiesAndMovesItsChildren) {
     const Point d2{buttonAfter.get<Point>()->x - buttonBefore.get<Point>()->x,
                    buttonAfter.get<Point>()->y - buttonBefore.get<Point>()->y};
     EXPECT_EQ(d1, d2);
+}
+
+TEST_F(LinuxDesktopTest, TheFocusedWindowMovingOrResizingComesFromTheXServer) {
+    // GTK sends no bounds-changed when its window is moved: the X server's word is taken.
+    auto* displays = dynamic_cast<linuxdesk::X11Displays*>(platform_->displays.get());
+    ASSERT_TRUE(displays);
+    int told = 0;
+    struct Restore {
+        linuxdesk::X11Displays* d;
+        std::function<void()> saved;
+        ~Restore() { d->onFocusedWindowMoved = saved; }
+    } restore{displays, displays->onFocusedWindowMoved};
+    displays->onFocusedWindowMoved = [&] { ++told; };
+    const std::vector<std::string> window{"xdotool",       "search",      "--all",
+                                          "--onlyvisible", "--pid",       std::to_string(appPid()),
+                                          "--name",        "Ocuvane Test"};
+    // A window that is gone by the time it is asked about (its application was killed) is
+    // nobody's: Xlib's default would have ended the process.
+    EXPECT_EQ(displays->topLevelOf(0x7ffffff0), 0u);
+    for (const std::vector<std::string>& change :
+         {std::vector<std::string>{"windowmove", "250", "120"},
+          std::vector<std::string>{"windowsize", "500", "400"}}) {
+        told = 0;
+        std::vector<std::string> args = window;
+        args.insert(args.end(), change.begin(), change.end());
+        ASSERT_EQ(runTool(args), 0);
+        EXPECT_TRUE(waitUntil([&] { return told > 0; }, 5)) << change[0];
+    }
+
+    // The front application's active window tells its observers.
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef active = elementAttr(ax(), app, "AXFocusedWindow");
+    ASSERT_TRUE(active);
+    std::vector<std::string> seen;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& e, const std::string& n, void*) {
+                      if (axEqual(e, active)) seen.push_back(n);
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXWindowMoved", nullptr), kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXWindowResized", nullptr), kAXErrorSuccess);
+    observer->attachToMainLoop();
+    linuxdesk::atspiDesktopOf(*platform_)->focusedWindowMoved();
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            return std::count(seen.begin(), seen.end(), "AXWindowMoved") &&
+                   std::count(seen.begin(), seen.end(), "AXWindowResized");
+        },
+        5));
 }
 
 TEST_F(LinuxDesktopTest, BoundsAreWhereTheWidgetIsOnScreen) {
