@@ -48,6 +48,19 @@ void watchTerminationSignals(MainLoop& loop, ApplicationHost& host) {
     });
 }
 
+// A timer that should fire every 10 ms; when it comes late, something held the loop that long.
+TimerRef watchStalls(MainLoop& loop, double threshold) {
+    constexpr double kProbe = 0.01;
+    auto last = std::make_shared<double>(loop.now());
+    return loop.scheduleTimer(kProbe, true, [&loop, last, threshold](Timer&) {
+        const double now = loop.now();
+        const double stalled = now - *last - kProbe;
+        *last = now;
+        if (stalled > threshold)
+            std::fprintf(stderr, "ocuvane-agent: main loop stalled for %.0f ms\n", stalled * 1e3);
+    });
+}
+
 std::string bundledDemo() {
     namespace fs = std::filesystem;
     std::error_code ec;
@@ -143,8 +156,12 @@ int runLinux(const AgentOptions& options, ORVAXAppDelegate& delegate,
     std::fprintf(stderr, "ocuvane-agent: following the Linux desktop (AT-SPI2)\n");
     delegate.attach();
     watchTerminationSignals(*platformRef->loop, *host);
+    TimerRef stallProbe;
+    if (options.reportStallsOver > 0)
+        stallProbe = watchStalls(*platformRef->loop, options.reportStallsOver);
     delegate.applicationDidFinishLaunching();
     platformRef->loop->run();
+    if (stallProbe) stallProbe->invalidate();
     return 0;
 }
 #endif

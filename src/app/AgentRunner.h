@@ -16,6 +16,9 @@ struct AgentOptions {
     uint16_t magnifierPort = 41227;
     std::optional<unsigned> verbosity;
     bool logToSyslog = false;
+    // Above zero: report on standard error every time the main loop was kept from its timers for
+    // longer than this many seconds (a diagnostic for hung applications).
+    double reportStallsOver = 0;
 };
 
 // Installs the chosen desktop, starts the agent on it and runs the main loop until the agent

@@ -39,6 +39,9 @@ Options:
   --verbosity N             Log verbosity after start-up: 1 errors (the default), 2 warnings,
                             3 information.
   --log=stderr|syslog       Where the log goes (default standard error).
+  --report-stalls MS        Diagnostic: write "ocuvane-agent: main loop stalled for N ms" on
+                            standard error whenever the main loop could not run its timers for
+                            more than MS milliseconds (checked every 10 ms).
   --help                    Show this text.
 
 The magnifier side can be stood in for by ocuvane-visor (tools/ocuvane-visor).
@@ -114,6 +117,11 @@ int main(int argc, char** argv) {
                 return usageError(
                     "--verbosity needs a number (1 errors, 2 warnings, 3 information)");
             options.verbosity = static_cast<unsigned>(v);
+        } else if (arg == "--report-stalls") {
+            unsigned long ms = 0;
+            if (!need("--report-stalls") || !parseUnsigned(value, 60000, &ms) || ms == 0)
+                return usageError("--report-stalls needs milliseconds from 1 to 60000");
+            options.reportStallsOver = static_cast<double>(ms) / 1000.0;
         } else if (arg == "--log") {
             if (!need("--log") || (value != "stderr" && value != "syslog"))
                 return usageError("--log takes stderr or syslog");
