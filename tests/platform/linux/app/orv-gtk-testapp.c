@@ -31,6 +31,7 @@ static GtkWidget *window;
 static GtkWidget *entry;
 static GHashTable *by_name;
 static gboolean report;
+static gboolean placed; /* the window manager has shown the window */
 
 /* The focus order for cycles: what Tab visits, without the window's unfocused stop. */
 static const char *const focus_order[] = {"First",   "Second",       "Name field", "Password field",
@@ -73,7 +74,8 @@ static void focus_extents(const char **name, GdkRectangle *r) {
 static GdkRectangle last_reported;
 
 static void report_focus(const char *kind) {
-    if (!report) return;
+    /* Before the window manager has placed the window its origin is a guess. */
+    if (!report || !placed) return;
     const gint64 now = g_get_monotonic_time();
     const char *name;
     GdkRectangle r;
@@ -193,6 +195,8 @@ static gboolean announce(GtkWidget *w, GdkEvent *ev, gpointer data) {
     static gboolean said = FALSE;
     if (!said) {
         said = TRUE;
+        placed = TRUE;
+        report_focus("at");
         printf("ready\n");
         fflush(stdout);
     }

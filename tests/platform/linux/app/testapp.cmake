@@ -21,3 +21,17 @@ if(TARGET test_platform_linux)
     add_test(NAME platform_linux_desktop_session COMMAND test_platform_linux)
     set_tests_properties(platform_linux_desktop_session PROPERTIES LABELS desktop TIMEOUT 600)
 endif()
+
+# The agent end to end (tests/platform/linux/e2e): it starts the agent, the visor and the test
+# window as processes, so it needs all three built; without them it fails inside a session.
+if(TARGET test_platform_linux_e2e)
+    if(ORV_GTK3_FOUND AND ORV_HAVE_LINUX AND TARGET ocuvane-visor)
+        add_dependencies(test_platform_linux_e2e orv-gtk-testapp ocuvane-agent ocuvane-visor)
+        target_compile_definitions(test_platform_linux_e2e PRIVATE
+            ORV_GTK_TESTAPP="$<TARGET_FILE:orv-gtk-testapp>"
+            ORV_AGENT_EXE="$<TARGET_FILE:ocuvane-agent>"
+            ORV_VISOR_EXE="$<TARGET_FILE:ocuvane-visor>")
+    endif()
+    add_test(NAME platform_linux_e2e_desktop_session COMMAND test_platform_linux_e2e)
+    set_tests_properties(platform_linux_e2e_desktop_session PROPERTIES LABELS desktop TIMEOUT 300)
+endif()

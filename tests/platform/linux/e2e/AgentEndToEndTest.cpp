@@ -1,0 +1,367 @@
+// The whole focus road on a real desktop: the agent follows the GTK test window through AT-SPI
+// and the magnifier stand-in must hear one focus area per focus change, equal to the extents the
+// window itself reports from GTK, turned to the agent's bottom-left origin. Run inside
+// tests/platform/linux/desktop-session.sh; elsewhere every test skips.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "EndToEndProcesses.h"
+
+namespace orv::e2e {
+namespace {
+
+#if defined(ORV_GTK_TESTAPP) && defined(ORV_AGENT_EXE) && defined(ORV_VISOR_EXE)
+constexpr bool kBuilt = true;
+const char* const kTestApp = ORV_GTK_TESTAPP;
+const char* const kAgent = ORV_AGENT_EXE;
+const char* const kVisor = ORV_VISOR_EXE;
+#else
+constexpr bool kBuilt = false;
+const char* const kTestApp = "";
+const char* const kAgent = "";
+const char* const kVisor = "";
+#endif
+
+// Bound on every wait for something the desktop should do at once.
+constexpr double kPatience = 5;
+
+double secondsBetween(Clock::time_point a, Clock::time_point b) {
+    return std::chrono::duration<double>(b - a).count();
+}
+
+// The test window with its focus reports.
+class TestWindow {
+  public:
+    Child proc;
+    int screenX = 0, screenY = 0, screenHeight = 0;
+    std::string xid;
+
+    std::vector<FocusReport> reports() const {
+        std::vector<FocusReport> out;
+        for (const auto& l : proc.out.lines)
+            if (auto r = parseReport(l)) out.push_back(*r);
+        return out;
+    }
+    size_t focusChanges() const {
+        size_t n = 0;
+        for (const auto& r : reports()) n += r.kind == "focus";
+        return n;
+    }
+    // Where the agent should put the focus now: the last report, in agent coordinates, with the
+    // edges and source of the tracker chosen for the widget's role.
+    Area expected() const {
+        auto all = reports();
+        if (all.empty()) return {};
+        const FocusReport& r = all.back();
+        Area a{
+            r.x - screenX, screenHeight - (r.y - screenY) - r.height, r.width, r.height, 0, 0, 2};
+        if (r.name == "Check me" || r.name == "Radio A" || r.name == "Radio B") a.edgeX = 2;
+        if (r.name == "(window)") a.edgeY = 1, a.source = 6;
+        return a;
+    }
+    std::string focusName() const {
+        auto all = reports();
+        return all.empty() ? std::string() : all.back().name;
+    }
+};
+
+class AgentEndToEnd : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        const bool inSession = std::getenv("ORV_DESKTOP_SESSION") != nullptr;
+        if (!inSession)
+            GTEST_SKIP() << "not inside tests/platform/linux/desktop-session.sh: the agent would "
+                            "follow the user's own desktop";
+        if (!kBuilt)
+            FAIL() << "built without the GTK test window, the agent or the visor (GTK 3 and "
+                      "libatspi development files are needed)";
+        if (runTool({"xdotool", "version"}) != 0) FAIL() << "xdotool is missing";
+        std::string why;
+        ASSERT_TRUE(visor_.start({kVisor, "--port", "0", "--json", "--no-input"}, false, &why))
+            << why;
+        ASSERT_TRUE(waitFor(
+            all(), [&] { return port_ = visorPort(), !port_.empty(); }, kPatience))
+            << "the visor did not say where it listens";
+    }
+
+    void TearDown() override {
+        if (HasFailure()) {
+            std::string log = "agent:\n" + agentLog();
+            for (auto& w : windows_) {
+                log += "window " + w->xid + ":\n";
+                for (const auto& l : w->proc.out.lines) log += l + "\n";
+            }
+            log += "visor:\n";
+            for (const auto& l : visor_.out.lines) log += l + "\n";
+            std::fputs(log.c_str(), stderr);
+        }
+        // The agent must still be there, and end in order when asked.
+        if (agentStarted_) {
+            EXPECT_TRUE(agent_.running())
+                << "the agent ended by itself: status " << agent_.status().value_or(-1) << "\n"
+                << agentLog();
+            agent_.signal(SIGTERM);
+            EXPECT_TRUE(waitFor(
+                all(), [&] { return !agent_.running(); }, kPatience));
+            if (auto st = agent_.status()) {
+                EXPECT_TRUE(WIFEXITED(*st) && WEXITSTATUS(*st) == 0)
+                    << "the agent did not end in order: status " << *st;
+            }
+        }
+        agent_.kill();
+        windows_.clear();
+    }
+
+    std::vector<Child*> all() {
+        std::vector<Child*> out{&visor_, &agent_};
+        for (auto& w : windows_) out.push_back(&w->proc);
+        return out;
+    }
+
+    std::string visorPort() const {
+        for (const auto& l : visor_.err.lines)
+            if (auto at = l.find("listening on 127.0.0.1:"); at != std::string::npos)
+                return l.substr(at + 23);
+        return {};
+    }
+
+    std::string agentLog() const {
+        std::string s;
+        for (const auto& l : agent_.err.lines) s += l + "\n";
+        return s;
+    }
+
+    TestWindow& startWindow() {
+        windows_.push_back(std::make_unique<TestWindow>());
+        TestWindow& w = *windows_.back();
+        std::string why;
+        EXPECT_TRUE(w.proc.start({kTestApp, "--report"}, true, &why)) << why;
+        auto has = [&w](const char* prefix) {
+            return std::any_of(w.proc.out.lines.begin(), w.proc.out.lines.end(),
+                               [&](const std::string& l) { return l.rfind(prefix, 0) == 0; });
+        };
+        EXPECT_TRUE(waitFor(
+            all(), [&] { return has("ready") && has("xid ") && has("screen "); }, kPatience))
+            << "the test window did not show";
+        for (const auto& l : w.proc.out.lines) {
+            int sx, sy, sw, sh;
+            if (std::sscanf(l.c_str(), "screen %d %d %d %d", &sx, &sy, &sw, &sh) == 4)
+                w.screenX = sx, w.screenY = sy, w.screenHeight = sh;
+            if (l.rfind("xid ", 0) == 0) w.xid = l.substr(4);
+        }
+        return w;
+    }
+
+    // Starts the agent and waits until it has connected and decided the focus of `front`.
+    void startAgent(const TestWindow& front) {
+        std::string why;
+        agentStarted_ =
+            agent_.start({kAgent, "--desktop=linux", "--magnifier-port", port_, "--print-focus",
+                          "--verbosity", "3", "--report-stalls", "100"},
+                         false, &why);
+        ASSERT_TRUE(agentStarted_) << why;
+        const Area want = front.expected();
+        auto connected = [&] {
+            return std::any_of(agent_.err.lines.begin(), agent_.err.lines.end(),
+                               [](const std::string& l) {
+                                   return l.find("Established connection") != std::string::npos;
+                               });
+        };
+        auto decided = [&] {
+            return std::any_of(agent_.out.lines.begin(), agent_.out.lines.end(),
+                               [&](const std::string& l) { return parseArea(l) == want; });
+        };
+        ASSERT_TRUE(waitFor(
+            all(), [&] { return connected() && decided(); }, kPatience))
+            << "the agent did not connect and take the focus " << want << "\n"
+            << agentLog();
+        // The area decided at start-up may or may not have made it onto the link.
+        for (; seen_ < visor_.out.lines.size(); ++seen_) {
+            if (auto a = parseArea(visor_.out.lines[seen_])) {
+                EXPECT_EQ(*a, want) << "at start-up";
+            }
+        }
+    }
+
+    // Does `action`, waits for the window to report a focus change; the area to expect.
+    Area change(TestWindow& w, const std::function<void()>& action) {
+        const size_t before = w.focusChanges();
+        action();
+        EXPECT_TRUE(waitFor(
+            all(), [&] { return w.focusChanges() > before; }, kPatience))
+            << "the window reported no focus change";
+        return w.expected();
+    }
+
+    // The next areas at the magnifier, up to one equal to `want`: every other one is an error,
+    // but for one all-zero area ("no visible focus") where `zeroMayComeFirst` says the focus
+    // really was gone. Returns when the wanted one arrived (or the bound passed).
+    Clock::time_point expectArea(const Area& want, const std::string& what,
+                                 bool zeroMayComeFirst = false) {
+        const double seconds = kPatience;
+        Clock::time_point arrived{};
+        bool found = false;
+        waitFor(
+            all(),
+            [&] {
+                for (; !found && seen_ < visor_.out.lines.size(); ++seen_) {
+                    auto a = parseArea(visor_.out.lines[seen_]);
+                    if (!a) continue;
+                    if (*a == want) {
+                        found = true;
+                        arrived = visor_.out.times[seen_];
+                    } else if (zeroMayComeFirst && *a == Area{}) {
+                        zeroMayComeFirst = false;
+                    } else {
+                        ADD_FAILURE()
+                            << "area " << *a << " where " << want << " (" << what << ") was due";
+                    }
+                }
+                return found;
+            },
+            seconds);
+        EXPECT_TRUE(found) << "no area " << want << " for " << what << "\n" << agentLog();
+        return arrived;
+    }
+
+    // Moves the window (through xdotool, or asking the window) and waits until it has moved.
+    void moveWindow(TestWindow& w, int x, int y, bool byAnotherClient = false) {
+        const size_t before = w.reports().size();
+        if (byAnotherClient) {
+            ASSERT_EQ(
+                runTool({"xdotool", "windowmove", w.xid, std::to_string(x), std::to_string(y)}), 0);
+        } else {
+            w.proc.send("move " + std::to_string(x) + " " + std::to_string(y));
+        }
+        ASSERT_TRUE(waitFor(
+            all(),
+            [&] {
+                auto r = w.reports();
+                return r.size() > before && r.back().kind == "at";
+            },
+            kPatience))
+            << "the window did not move";
+    }
+
+    void tab() { ASSERT_EQ(runTool({"xdotool", "key", "Tab"}), 0); }
+    void activate(const TestWindow& w) {
+        ASSERT_EQ(runTool({"xdotool", "windowactivate", "--sync", w.xid}), 0);
+    }
+
+    // Stalls the agent reported, in milliseconds.
+    std::vector<int> stalls() const {
+        std::vector<int> out;
+        for (const auto& l : agent_.err.lines) {
+            int ms = 0;
+            if (std::sscanf(l.c_str(), "ocuvane-agent: main loop stalled for %d ms", &ms) == 1)
+                out.push_back(ms);
+        }
+        return out;
+    }
+
+    Child visor_, agent_;
+    bool agentStarted_ = false;
+    std::string port_;
+    size_t seen_ = 0;
+    std::vector<std::unique_ptr<TestWindow>> windows_;
+};
+
+TEST_F(AgentEndToEnd, EveryFocusChangeSendsTheWidgetsExtentsAndWindowMovesFollow) {
+    TestWindow& w = startWindow();
+    ASSERT_NO_FATAL_FAILURE(startAgent(w));
+
+    // Tab through the window: buttons, text fields, a check box, a radio button, list rows
+    // (announced before they take focus), and the text area.
+    for (const char* name : {"Second", "Name field", "Password field", "Check me", "Radio A",
+                             "Row 1", "Row 2", "Row 3", "Notes"}) {
+        const Area want = change(w, [&] { tab(); });
+        ASSERT_EQ(w.focusName(), name) << "the Tab order changed";
+        expectArea(want, std::string("Tab to ") + name);
+    }
+    // The window moves focus itself; with nothing focused the window is the focus.
+    for (const char* command : {"focus Radio B", "unfocus", "focus First", "next"}) {
+        const Area want = change(w, [&] { w.proc.send(command); });
+        expectArea(want, command);
+    }
+
+    // Moved by the window manager at the request of another client, then of the window.
+    ASSERT_NO_FATAL_FAILURE(moveWindow(w, 300, 150, true));
+    expectArea(w.expected(), "the window moved by another client");
+    ASSERT_NO_FATAL_FAILURE(moveWindow(w, 120, 90));
+    expectArea(w.expected(), "the window moved by itself");
+    // A last change: nothing stray came after the move.
+    expectArea(change(w, [&] { w.proc.send("focus Notes"); }), "focus Notes");
+}
+
+TEST_F(AgentEndToEnd, HungApplicationDoesNotHoldTheAgentFromAnother) {
+    TestWindow& hung = startWindow();
+    TestWindow& other = startWindow();
+    // Apart, so that their areas differ.
+    ASSERT_NO_FATAL_FAILURE(moveWindow(other, 640, 300));
+    ASSERT_NO_FATAL_FAILURE(startAgent(other));
+
+    ASSERT_NO_FATAL_FAILURE(activate(hung));
+    expectArea(hung.expected(), "the first window activated");
+    expectArea(change(hung, [&] { tab(); }), "Tab in the first window");
+
+    // Stopped while the agent follows it: the agent runs into it on its next read.
+    hung.proc.signal(SIGSTOP);
+    EXPECT_TRUE(waitFor(
+        all(), [&] { return !stalls().empty(); }, kPatience))
+        << "the agent never waited on the stopped window (nothing tested)";
+
+    const auto activated = Clock::now();
+    ASSERT_NO_FATAL_FAILURE(activate(other));
+    // The read that found the window stopped left its focus without bounds.
+    const auto arrived = expectArea(other.expected(), "the other window activated", true);
+    EXPECT_LT(secondsBetween(activated, arrived), 1.0);
+    for (int i = 0; i < 3; ++i) {
+        const size_t at = other.proc.out.lines.size();
+        const Area want = change(other, [&] { tab(); });
+        const auto sent = other.proc.out.times[at];
+        EXPECT_LT(secondsBetween(sent, expectArea(want, "Tab in the other window")), 0.5)
+            << "the agent lagged behind the other window";
+    }
+
+    hung.proc.signal(SIGCONT);
+    ASSERT_NO_FATAL_FAILURE(activate(hung));
+    expectArea(hung.expected(), "the first window again after SIGCONT");
+    expectArea(change(hung, [&] { tab(); }), "Tab in the first window after SIGCONT");
+
+    const auto all = stalls();
+    const int longest = all.empty() ? 0 : *std::max_element(all.begin(), all.end());
+    EXPECT_LE(longest, 250) << "the main loop was held longer than 0.25 s\n" << agentLog();
+}
+
+TEST_F(AgentEndToEnd, ApplicationQuittingWhileFocusedLeavesTheAgentFollowing) {
+    TestWindow& other = startWindow();
+    ASSERT_NO_FATAL_FAILURE(moveWindow(other, 640, 300));
+    TestWindow& quitting = startWindow();
+    ASSERT_NO_FATAL_FAILURE(startAgent(quitting));
+    expectArea(change(quitting, [&] { tab(); }), "Tab before quitting");
+
+    // Quits in order, then is killed outright, each time with the focus.
+    for (const char* how : {"quit", "SIGKILL"}) {
+        TestWindow& going = std::string(how) == "quit" ? quitting : startWindow();
+        if (&going != &quitting) expectArea(going.expected(), "a new window");
+        if (std::string(how) == "quit")
+            going.proc.send("quit");
+        else
+            going.proc.signal(SIGKILL);
+        ASSERT_TRUE(waitFor(
+            all(), [&] { return !going.proc.running(); }, kPatience));
+        ASSERT_NO_FATAL_FAILURE(activate(other));
+        // The focus went with the window: "none" may come before the next.
+        expectArea(other.expected(), std::string("the remaining window after ") + how, true);
+        expectArea(change(other, [&] { tab(); }), std::string("Tab after ") + how);
+    }
+}
+
+}  // namespace
+}  // namespace orv::e2e
