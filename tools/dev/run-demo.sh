@@ -7,7 +7,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 cd "$root"
 bash tools/dev/deps.sh
-bash tools/dev/build.sh build/normal -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=OFF
+bash tools/dev/build.sh build/demo -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=OFF
 
 work=$(mktemp -d)
 visor_pid=""
@@ -18,7 +18,7 @@ cleanup() {
 trap cleanup EXIT
 
 # The stand-in takes any free port and says which.
-build/normal/tools/ocuvane-visor/ocuvane-visor --port 0 --no-input >"$work/visor.out" 2>"$work/visor.err" &
+build/demo/tools/ocuvane-visor/ocuvane-visor --port 0 --no-input >"$work/visor.out" 2>"$work/visor.err" &
 visor_pid=$!
 port=""
 for _ in $(seq 1 100); do
@@ -34,7 +34,7 @@ if [ -z "$port" ]; then
 fi
 
 echo "== the agent (log on standard error, focus areas it sends as JSON lines) =="
-build/normal/ocuvane-agent --desktop=sim --magnifier-port "$port" --print-focus --verbosity=3 "$@"
+build/demo/ocuvane-agent --desktop=sim --magnifier-port "$port" --print-focus --verbosity=3 "$@"
 sleep 0.3
 echo
 echo "== what the magnifier received =="
