@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/VirtualMainLoop.h"
 #include "platform/glib/GLibMainLoop.h"
@@ -135,6 +138,43 @@ TEST(GLibMainLoop, TimersTasksAndCrossThreadPosts) {
     EXPECT_TRUE(posted);
     EXPECT_TRUE(watch.expired());
     EXPECT_GT(loop.now(), 0.0);
+}
+
+// All timers share one GLib source; what matters is that they keep their deadlines' order, and
+// that a cancelled one lets go of its target at once and never fires.
+TEST(GLibMainLoop, TimerQueueKeepsOrderAndCancelsAtOnce) {
+    GLibMainLoop loop;
+    std::vector<std::string> fired;
+    loop.postAfter(0.08, [&] { fired.push_back("late task"); });
+    auto early = loop.scheduleTimer(0.01, false, [&](Timer&) { fired.push_back("early timer"); });
+    loop.postAfter(0.01, [&] { fired.push_back("early task"); });
+    auto target = std::make_shared<int>(1);
+    std::weak_ptr<int> watch = target;
+    auto cancelled =
+        loop.scheduleTimer(0.005, false, [&, t = target](Timer&) { fired.push_back("cancelled"); });
+    target.reset();
+    cancelled->invalidate();
+    EXPECT_TRUE(watch.expired());
+    int ticks = 0;
+    loop.scheduleTimer(0.002, true, [&](Timer& self) {
+        if (++ticks == 3) {
+            self.invalidate();
+            // Scheduled from inside a dispatch, due at once: it runs on a later turn.
+            loop.scheduleTimer(0, false, [&](Timer&) { fired.push_back("nested"); });
+        }
+    });
+    std::thread worker([&] { loop.postAfter(0.02, [&] { fired.push_back("from worker"); }); });
+    worker.join();
+    loop.postAfter(0.1, [&] { loop.quit(); });
+    loop.run();
+    EXPECT_EQ(ticks, 3);
+    EXPECT_FALSE(early->isValid());
+    // When the nested one runs depends on how soon the loop got going; it runs once.
+    EXPECT_EQ(std::count(fired.begin(), fired.end(), "nested"), 1);
+    fired.erase(std::remove(fired.begin(), fired.end(), "nested"), fired.end());
+    const std::vector<std::string> expected = {"early timer", "early task", "from worker",
+                                               "late task"};
+    EXPECT_EQ(fired, expected);
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <glib-unix.h>
 #include <glib.h>
 
+#include <algorithm>
 #include <cmath>
+#include <unordered_map>
 
 namespace orv {
 
@@ -29,25 +31,6 @@ guint attach(GSource* source, GMainContext* ctx) {
     return id;
 }
 
-struct TimerBox {
-    std::weak_ptr<Timer> timer;
-    // Holds the timer while its source is live; invalidation destroys the source.
-    TimerRef keep;
-};
-
-gboolean fireTimer(gpointer data) {
-    auto* box = static_cast<TimerBox*>(data);
-    TimerRef t = box->keep;
-    if (!t || !t->isValid()) return G_SOURCE_REMOVE;
-    const bool again = t->repeats();
-    t->fire();
-    return again && t->isValid() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
-}
-
-void deleteTimerBox(gpointer data) {
-    delete static_cast<TimerBox*>(data);
-}
-
 struct FdBox {
     std::function<void(int, short)> cb;
 };
@@ -67,6 +50,90 @@ void deleteFdBox(gpointer data) {
     delete static_cast<FdBox*>(data);
 }
 
+int64_t toMicroseconds(double seconds) {
+    return static_cast<int64_t>(std::llround(seconds * 1e6));
+}
+
+}  // namespace
+
+struct GLibMainLoop::Deadlines : std::enable_shared_from_this<Deadlines> {
+    struct Entry {
+        uint64_t id;
+        Task task;       // a delayed task, or
+        TimerRef timer;  // a timer, held until it fires for the last time or is cancelled
+    };
+    using Queue = std::multimap<int64_t, Entry>;  // equal deadlines keep their order
+
+    struct Source {
+        GSource base;
+        Deadlines* owner;
+    };
+
+    Queue queue;
+    std::unordered_map<uint64_t, Queue::iterator> timers;
+    uint64_t nextId = 1;
+    GSource* source = nullptr;
+    int64_t armedFor = -1;
+
+    void add(int64_t due, Task task, TimerRef timer, uint64_t id) {
+        auto it = queue.emplace(due, Entry{id, std::move(task), std::move(timer)});
+        if (it->second.timer) timers[id] = it;
+        rearm();
+    }
+
+    void cancel(uint64_t id) {
+        auto found = timers.find(id);
+        if (found == timers.end()) return;
+        queue.erase(found->second);
+        timers.erase(found);
+        rearm();
+    }
+
+    void rearm() {
+        const int64_t due = queue.empty() ? -1 : queue.begin()->first;
+        if (due == armedFor) return;
+        armedFor = due;
+        g_source_set_ready_time(source, due);
+    }
+
+    void dispatch() {
+        auto keep = shared_from_this();
+        const int64_t now = g_get_monotonic_time();
+        // Only what was due when the turn began: a zero-interval timer must not spin here.
+        while (!queue.empty() && queue.begin()->first <= now) {
+            auto it = queue.begin();
+            const int64_t due = it->first;
+            Entry e = std::move(it->second);
+            if (e.timer) timers.erase(e.id);
+            queue.erase(it);
+            if (!e.timer) {
+                if (e.task) MainLoop::runGuarded(e.task);
+                continue;
+            }
+            TimerRef t = std::move(e.timer);
+            t->fire();
+            if (!t->repeats() || !t->isValid()) continue;
+            // Ticks fall at start + n * interval; ticks missed while the loop was busy are
+            // skipped, not bunched.
+            const int64_t step = std::max<int64_t>(1, toMicroseconds(t->interval()));
+            int64_t next = due + step;
+            if (next <= now) next += ((now - next) / step + 1) * step;
+            add(next, nullptr, std::move(t), e.id);
+        }
+        armedFor = -2;  // GLib keeps a ready time after dispatch: always set it afresh
+        rearm();
+    }
+};
+
+namespace {
+
+gboolean dispatchDeadlines(GSource* source, GSourceFunc, gpointer) {
+    reinterpret_cast<GLibMainLoop::Deadlines::Source*>(source)->owner->dispatch();
+    return G_SOURCE_CONTINUE;
+}
+
+GSourceFuncs kDeadlineFuncs = {nullptr, nullptr, dispatchDeadlines, nullptr, nullptr, nullptr};
+
 }  // namespace
 
 GLibMainLoop::GLibMainLoop() : GLibMainLoop(nullptr, nullptr) {}
@@ -75,12 +142,22 @@ GLibMainLoop::GLibMainLoop(std::function<void()> runner, std::function<void()> q
     : context_(g_main_context_default()),
       loop_(g_main_loop_new(context_, FALSE)),
       runner_(std::move(runner)),
-      quitter_(std::move(quitter)) {}
+      quitter_(std::move(quitter)),
+      deadlines_(std::make_shared<Deadlines>()) {
+    GSource* s = g_source_new(&kDeadlineFuncs, sizeof(Deadlines::Source));
+    reinterpret_cast<Deadlines::Source*>(s)->owner = deadlines_.get();
+    g_source_set_name(s, "orv timers");
+    g_source_set_ready_time(s, -1);
+    deadlines_->source = s;
+    g_source_attach(s, context_);
+}
 
 GLibMainLoop::~GLibMainLoop() {
     for (auto& [id, src] : fdSources_) {
         if (GSource* s = g_main_context_find_source_by_id(context_, src)) g_source_destroy(s);
     }
+    g_source_destroy(deadlines_->source);
+    g_source_unref(deadlines_->source);
     g_main_loop_unref(loop_);
 }
 
@@ -97,23 +174,30 @@ void GLibMainLoop::post(Task task) {
 
 void GLibMainLoop::postAfter(double seconds, Task task) {
     if (seconds <= 0) return post(std::move(task));
-    GSource* s = g_timeout_source_new(static_cast<guint>(std::lround(seconds * 1000.0)));
-    g_source_set_callback(s, runTaskOnce, new TaskBox{std::move(task)}, deleteTask);
-    attach(s, context_);
+    const int64_t due = g_get_monotonic_time() + toMicroseconds(seconds);
+    if (isMainThread()) return schedule(due, std::move(task), nullptr);
+    // The queue is the main thread's: the deadline is taken here, the entry made there.
+    std::weak_ptr<Deadlines> weak = deadlines_;
+    post([weak, due, task = std::move(task)]() mutable {
+        if (auto d = weak.lock()) d->add(due, std::move(task), nullptr, d->nextId++);
+    });
+}
+
+void GLibMainLoop::schedule(int64_t dueUs, Task task, TimerRef timer) {
+    const uint64_t id = deadlines_->nextId++;
+    if (timer) {
+        std::weak_ptr<Deadlines> weak = deadlines_;
+        timer->setCanceller([weak, id] {
+            if (auto d = weak.lock()) d->cancel(id);
+        });
+    }
+    deadlines_->add(dueUs, std::move(task), std::move(timer), id);
 }
 
 TimerRef GLibMainLoop::scheduleTimer(double interval, bool repeats, Timer::Action action,
                                      std::any userInfo) {
     auto timer = std::make_shared<Timer>(interval, repeats, std::move(action), std::move(userInfo));
-    guint ms = interval > 0 ? static_cast<guint>(std::lround(interval * 1000.0)) : 0;
-    GSource* s = g_timeout_source_new(ms);
-    auto* box = new TimerBox{timer, timer};
-    g_source_set_callback(s, fireTimer, box, deleteTimerBox);
-    guint id = attach(s, context_);
-    GMainContext* ctx = context_;
-    timer->setCanceller([ctx, id] {
-        if (GSource* src = g_main_context_find_source_by_id(ctx, id)) g_source_destroy(src);
-    });
+    schedule(g_get_monotonic_time() + toMicroseconds(std::max(0.0, interval)), nullptr, timer);
     return timer;
 }
 

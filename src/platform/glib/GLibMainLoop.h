@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 
 #include "platform/MainLoop.h"
 
@@ -30,13 +31,20 @@ class GLibMainLoop : public MainLoop {
 
     GMainContext* context() const { return context_; }
 
+    // Timers and delayed tasks live in one queue behind one GLib source: GLib walks every
+    // attached source on every turn, and the link keeps a reply timeout per datagram sent.
+    struct Deadlines;
+
   private:
+    void schedule(int64_t dueUs, Task task, TimerRef timer);
+
     GMainContext* context_;
     GMainLoop* loop_;
     std::function<void()> runner_;
     std::function<void()> quitter_;
     std::map<FdWatchId, unsigned> fdSources_;
     FdWatchId nextWatch_ = 1;
+    std::shared_ptr<Deadlines> deadlines_;
 };
 
 }  // namespace orv
