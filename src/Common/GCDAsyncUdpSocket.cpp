@@ -667,7 +667,7 @@ void GCDAsyncUdpSocket::finishCurrentSend(const UdpSocketError* error) {
         notifyDelegate([tag, copy](GCDAsyncUdpSocketDelegate& d, GCDAsyncUdpSocket& s) {
             d.udpSocketDidNotSendDataWithTag(s, tag, copy);
         });
-    } else {
+    } else if (auto d = delegate_.lock(); !d || d->respondsToDidSendData()) {
         notifyDelegate([tag](GCDAsyncUdpSocketDelegate& d, GCDAsyncUdpSocket& s) {
             d.udpSocketDidSendDataWithTag(s, tag);
         });

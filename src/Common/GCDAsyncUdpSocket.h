@@ -56,6 +56,9 @@ class GCDAsyncUdpSocketDelegate {
     virtual void udpSocketDidConnectToAddress(GCDAsyncUdpSocket&, const SocketAddress&) {}
     virtual void udpSocketDidNotConnect(GCDAsyncUdpSocket&, const UdpSocketError&) {}
     virtual void udpSocketDidSendDataWithTag(GCDAsyncUdpSocket&, int64_t /*tag*/) {}
+    // A delegate that ignores successful sends says so: each one otherwise costs a hop to the
+    // delegate queue.
+    virtual bool respondsToDidSendData() const { return true; }
     virtual void udpSocketDidNotSendDataWithTag(GCDAsyncUdpSocket&, int64_t /*tag*/,
                                                 const UdpSocketError&) {}
     // One whole datagram; the filter context is always empty.

@@ -98,6 +98,7 @@ class ORVCommunicationHub : public GCDAsyncUdpSocketDelegate,
 
     void udpSocketDidConnectToAddress(GCDAsyncUdpSocket&, const SocketAddress&) override;
     void udpSocketDidNotConnect(GCDAsyncUdpSocket&, const UdpSocketError&) override;
+    bool respondsToDidSendData() const override { return false; }
     void udpSocketDidNotSendDataWithTag(GCDAsyncUdpSocket&, int64_t tag,
                                         const UdpSocketError&) override;
     void udpSocketDidReceiveData(GCDAsyncUdpSocket&, const std::vector<uint8_t>& data,

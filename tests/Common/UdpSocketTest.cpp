@@ -147,6 +147,24 @@ TEST_F(UdpSocketTest, MisdirectedSendsFailWithTheirTags) {
     EXPECT_EQ(byTag[8].code, GCDAsyncUdpSocketBadParamError);
 }
 
+// Completions reach the delegate queue in order: once the failure of the later send is in, a
+// success notice for the earlier one would be too.
+TEST_F(UdpSocketTest, ADelegateThatIgnoresSuccessfulSendsIsToldOnlyOfFailures) {
+    struct Quiet : Recorder {
+        bool respondsToDidSendData() const override { return false; }
+    };
+    rec = std::make_shared<Quiet>();
+    RawPeer peer;
+    UdpSocketError err;
+    auto s = makeSocket();
+    ASSERT_TRUE(s->connectToHost("127.0.0.1", peer.port(), &err));
+    s->sendData(bytes("delivered"), 1.0, 1);
+    s->sendData(bytes("misdirected"), "127.0.0.1", peer.port(), 1.0, 2);
+    ASSERT_TRUE(env.waitFor([&] { return rec->notSent.size() == 1; }));
+    EXPECT_EQ(rec->notSent[0].first, 2);
+    EXPECT_TRUE(rec->sent.empty());
+}
+
 TEST_F(UdpSocketTest, LookupWithoutUsableFamilyDoesNotConnect) {
     auto s = makeSocket();
     s->setIPv4Enabled(false);
