@@ -2,8 +2,10 @@
 
 #include <atspi/atspi.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <unordered_map>
 
 #include "platform/linux/LinuxRoles.h"
@@ -136,7 +138,28 @@ AtspiStateSet* statesOf(AtspiAccessible* acc) {
     } while (0)
 
 AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
-    : desktop_(std::move(desktop)), systemWide_(AtspiElement::systemWide()) {}
+    : desktop_(std::move(desktop)), systemWide_(AtspiElement::systemWide()) {
+    // A new focus's readers will ask where it, its container and its window are: the requests
+    // leave with its focus-in and are awaited once, just before the readers run.
+    desktop_->focusAnnounced = [this](AtspiAccessible* focus) {
+        turn_.request(focus, callBudgetMs());
+    };
+    desktop_->prefetchFocus = [this](const std::vector<AtspiElementRef>& focus) {
+        if (focus.empty()) return turn_.cancel();
+        for (const auto& f : focus)
+            if (f && f->accessible()) turn_.request(f->accessible(), callBudgetMs());
+        turn_.collect();
+    };
+}
+
+AtspiAccessibility::~AtspiAccessibility() {
+    desktop_->focusAnnounced = nullptr;
+    desktop_->prefetchFocus = nullptr;
+}
+
+int AtspiAccessibility::callBudgetMs() const {
+    return std::max(1, static_cast<int>(std::lround(desktop_->callBudget() * 1000)));
+}
 
 AXUIElementRef AtspiAccessibility::createSystemWide() {
     return systemWide_;
@@ -280,6 +303,14 @@ AXError AtspiAccessibility::roleDescription(AtspiAccessible* acc, const std::str
 }
 
 AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
+    const Point o = desktop_->screenOrigin();
+    Rect known;
+    if (turn_.find(acc, &known)) {
+        *out =
+            Rect(known.origin.x - o.x, known.origin.y - o.y, known.size.width, known.size.height);
+        return kAXErrorSuccess;
+    }
+    if (turn_.timedOut(acc)) return kAXErrorCannotComplete;
     CallClock clock;
     GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(acc));
     if (!comp)
@@ -297,7 +328,7 @@ AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
         return kAXErrorCannotComplete;
     if (rect.width < 0 || rect.height < 0 || rect.x == INT_MIN || rect.y == INT_MIN)
         return kAXErrorNoValue;
-    const Point o = desktop_->screenOrigin();
+    turn_.remember(acc, Rect(rect.x, rect.y, rect.width, rect.height));
     *out = Rect(rect.x - o.x, rect.y - o.y, rect.width, rect.height);
     return kAXErrorSuccess;
 }

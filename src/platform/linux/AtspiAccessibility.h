@@ -7,6 +7,7 @@
 
 #include "platform/Accessibility.h"
 #include "platform/linux/AtspiDesktop.h"
+#include "platform/linux/TurnExtents.h"
 
 namespace orv::linuxdesk {
 
@@ -15,6 +16,7 @@ namespace orv::linuxdesk {
 class AtspiAccessibility final : public AccessibilityAPI {
   public:
     explicit AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop);
+    ~AtspiAccessibility() override;
 
     AXUIElementRef createSystemWide() override;
     AXUIElementRef createApplication(pid_t pid) override;
@@ -38,6 +40,7 @@ class AtspiAccessibility final : public AccessibilityAPI {
     bool isAPIEnabled() override { return true; }
 
     AtspiDesktop& desktop() { return *desktop_; }
+    const TurnExtents& turnExtents() const { return turn_; }
     const std::shared_ptr<AtspiDesktop>& sharedDesktop() const { return desktop_; }
 
   private:
@@ -51,6 +54,9 @@ class AtspiAccessibility final : public AccessibilityAPI {
     AXError value(AtspiAccessible* acc, int role, AXValue* out);
     AXError deepestAt(AtspiAccessible* start, int x, int y, AXUIElementRef* out);
 
+    int callBudgetMs() const;
+
+    TurnExtents turn_;
     std::shared_ptr<AtspiDesktop> desktop_;
     AXUIElementRef systemWide_;
     // Localized role names by application and role: they never change while it runs.

@@ -24,6 +24,10 @@ constexpr int kFocusSearchLimit = 2000;
 // How long a window activation may wait for its focus widget's focus-in (GTK sends it on a later
 // turn of its loop, a few milliseconds after); a window with no focus widget waits this long.
 constexpr double kFocusGrace = 0.1;
+// GTK's second focus-in for a widget follows the first within a turn of its loop.
+constexpr double kSecondAnnouncement = 0.1;
+// Objects whose last bounds-changed rectangle is remembered; past this, all are forgotten.
+constexpr size_t kBoundsKept = 4096;
 
 double monotonicSeconds() {
     return static_cast<double>(g_get_monotonic_time()) / 1e6;
@@ -144,6 +148,7 @@ struct AtspiDesktop::Pending {
     EventKind kind;
     AtspiElementRef source;
     AtspiElementRef other;
+    double at = monotonicSeconds();  // arrival
 };
 
 struct AtspiDesktop::Delivery {
@@ -457,6 +462,9 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
     *err = kAXErrorSuccess;
     // An object announced focused, with no focus-out since, that does not show the state.
     AtspiElementRef announced;
+    // Nothing has happened since the last check: the answer stands (the pollers ask ten times a
+    // second).
+    if (app.focus && app.focusLive && app.checkedAt == stats_.events) return app.focus;
     if (app.focus && app.focusLive) {
         AtspiAccessible* check =
             app.focusContainer ? app.focusContainer->accessible() : app.focus->accessible();
@@ -464,6 +472,7 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
             app.focusLive = false;
             app.searched = false;
         } else if (hasState(check, ATSPI_STATE_FOCUSED)) {
+            app.checkedAt = stats_.events;
             return app.focus;
         } else {
             announced = app.focus;
@@ -554,6 +563,10 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
     // so nothing here calls back into libatspi: the event is queued and handled at top level.
     const EventKind kind = kindOf(event->type, event->detail1);
     if (kind == EventKind::Ignored) return;
+    if (kind == EventKind::Focused && focusAnnounced && event->source != lastAnnounced_) {
+        lastAnnounced_ = event->source;
+        focusAnnounced(event->source);
+    }
     AtspiAccessible* other = nullptr;
     if (G_VALUE_HOLDS(&event->any_data, ATSPI_TYPE_ACCESSIBLE))
         other = static_cast<AtspiAccessible*>(g_value_get_object(&event->any_data));
@@ -567,6 +580,22 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
                 if (o->wants(kind == EventKind::ChildAdded ? "AXCreated" : "AXUIElementDestroyed"))
                     wanted = true;
         if (!wanted) return;
+    }
+    if (kind == EventKind::Bounds && G_VALUE_HOLDS(&event->any_data, ATSPI_TYPE_RECT)) {
+        // GTK re-allocates a widget on every frame of a style transition (a focus change starts
+        // one) and says bounds-changed each time with the same rectangle: nothing moved.
+        const auto* r = static_cast<const AtspiRect*>(g_value_get_boxed(&event->any_data));
+        if (r) {
+            const Rect now(r->x, r->y, r->width, r->height);
+            std::string key = busNameOf(event->source) + pathOf(event->source);
+            auto it = lastBounds_.find(key);
+            if (it != lastBounds_.end() && it->second == now) {
+                ++stats_.unchangedBounds;
+                return;
+            }
+            if (lastBounds_.size() >= kBoundsKept) lastBounds_.clear();
+            lastBounds_[std::move(key)] = now;
+        }
     }
     queue(Pending{kind, AtspiElement::make(event->source), AtspiElement::make(other)});
 }
@@ -622,10 +651,18 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         case EventKind::Focused: {
             AppInfo* app = appForBus(bus);
             if (!app) return;
-            // GTK sends each focus-in twice.
+            // GTK sends each focus-in twice, the second from an idle callback: after a focus-out
+            // when the focus left the widget for nothing at once. That one is stale.
             if (app->focusLive && app->focus && app->focus->equals(*ev.source) &&
                 !app->focusContainer)
                 return;
+            if (app->lastFocusIn && app->lastFocusIn->equals(*ev.source) &&
+                ev.at - app->lastFocusInAt < kSecondAnnouncement) {
+                ++stats_.staleFocusIns;
+                return;
+            }
+            app->lastFocusIn = ev.source;
+            app->lastFocusInAt = ev.at;
             app->focus = ev.source;
             app->focusContainer.reset();
             app->focusLive = true;
@@ -638,6 +675,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                                            frontApplicationSwitched.emit(pid);
                                        }});
             }
+            newFocus_.push_back(ev.source);
             notify(bus, "AXFocusedUIElementChanged", ev.source, out);
             return;
         }
@@ -669,6 +707,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             app->focusLive = true;
             app->searched = true;
             app->resumeFocus = false;
+            newFocus_.push_back(ev.other);
             notify(bus, "AXFocusedUIElementChanged", ev.other, out);
             return;
         }
@@ -801,6 +840,8 @@ void AtspiDesktop::flush() {
         const double now = monotonicSeconds();
         if (app != apps_.end() && !focusSettled(app->second) && now < holdUntil_) {
             held_ = std::move(out);
+            // Extents asked for now would be stale by the time the batch is delivered.
+            if (prefetchFocus) prefetchFocus({});
             if (!holdTimerSet_) {
                 holdTimerSet_ = true;
                 std::weak_ptr<AtspiDesktop> weak = weak_from_this();
@@ -815,6 +856,8 @@ void AtspiDesktop::flush() {
         }
         awaitingFocusOf_.clear();
     }
+    if (prefetchFocus) prefetchFocus(newFocus_);
+    newFocus_.clear();
     std::weak_ptr<bool> alive = alive_;
     for (auto& d : out) {
         if (alive.expired()) return;

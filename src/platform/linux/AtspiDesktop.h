@@ -50,6 +50,11 @@ struct AppInfo {
     AtspiElementRef focus;
     AtspiElementRef focusContainer;  // set when focus came from active-descendant-changed
     bool focusLive = false;
+    // The last focus-in taken, and when it arrived.
+    AtspiElementRef lastFocusIn;
+    double lastFocusInAt = 0;
+    // Events received (all applications) when `focus` last showed the FOCUSED state.
+    uint64_t checkedAt = ~uint64_t{0};
     // Whether the active window has been searched for the focused object since the last change.
     bool searched = false;
     // `focus` lost focus and a window has been activated since: if it is that window's, it is
@@ -80,6 +85,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     double messagingTimeout() const { return timeout_; }
     // A call that failed without saying why and took about the whole timeout timed out.
     bool looksTimedOut(const CallClock& clock) const;
+    // Seconds libatspi is given per call.
+    double callBudget() const { return callBudget_; }
     // AX error number for a failed call; `fallback` when the failure says nothing.
     AXError errorFor(GError* error, const CallClock& clock, AXError fallback) const;
 
@@ -119,16 +126,26 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     Signal<pid_t> frontApplicationSwitched;
 
     // Counters for tests and diagnostics: events received, notifications delivered, searches
-    // of a window for its focused object.
+    // of a window for its focused object, bounds-changed events dropped as no change, second
+    // focus-ins dropped after a focus-out.
     struct Stats {
         uint64_t events = 0;
         uint64_t deliveries = 0;
         uint64_t focusSearches = 0;
+        uint64_t unchangedBounds = 0;
+        uint64_t staleFocusIns = 0;
     };
     const Stats& stats() const { return stats_; }
 
     // Called by libatspi (through a static trampoline).
     void onEvent(const AtspiEvent* event);
+    // Set by the accessibility calls. `focusAnnounced` is called as a focus-in arrives (inside
+    // libatspi's dispatch: it must not call libatspi); `prefetchFocus` before each batch's
+    // notifications are delivered, with the new focuses of the batch (none: forget them), so that
+    // what their readers are about to ask can be fetched at once.
+    std::function<void(AtspiAccessible*)> focusAnnounced;
+    std::function<void(const std::vector<AtspiElementRef>&)> prefetchFocus;
+
     // The X server saw the focused top-level window move or change size: the front
     // application's active window is told, as its bounds-changed would (GTK sends none).
     void focusedWindowMoved();
@@ -167,11 +184,15 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
 
     std::unordered_multimap<pid_t, std::weak_ptr<AtspiObserver>> observers_;
 
+    // The rectangle of each object's last bounds-changed, by bus name and path.
+    std::unordered_map<std::string, Rect> lastBounds_;
     std::vector<Pending> pending_;
     bool flushScheduled_ = false;
     // Deliveries held back after a window activation until its application's focus is known
     // (GTK tells of the focus widget a moment after the window), at most until `holdUntil_`.
     std::vector<Delivery> held_;
+    std::vector<AtspiElementRef> newFocus_;  // since the last delivery
+    const void* lastAnnounced_ = nullptr;    // compared only: GTK announces each focus twice
     std::string awaitingFocusOf_;
     double holdUntil_ = 0;
     bool holdTimerSet_ = false;

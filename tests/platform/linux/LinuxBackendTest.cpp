@@ -14,6 +14,7 @@
 #include <set>
 #include <thread>
 
+#include "platform/linux/AtspiAccessibility.h"
 #include "platform/linux/AtspiDesktop.h"
 #include "platform/linux/LinuxDesktopSession.h"
 #include "platform/linux/LinuxPlatform.h"
@@ -157,6 +158,16 @@ TEST_F(LinuxDesktopTest, FocusAnnouncedBeforeTheWidgetTakesItIsTheFocus) {
             return !elementAttr(ax(), app, "AXFocusedUIElement", &err) && err == kAXErrorNoValue;
         },
         5));
+
+    // Focus taken and left at once: GTK's second focus-in for the widget comes after its
+    // focus-out, and kept it as the focus of a window where nothing had focus.
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    const uint64_t stale = desktop->stats().staleFocusIns;
+    app_->send("focus First\nunfocus");
+    ASSERT_TRUE(waitUntil([&] { return desktop->stats().staleFocusIns > stale; }, 5));
+    AXError err = kAXErrorSuccess;
+    EXPECT_FALSE(elementAttr(ax(), app, "AXFocusedUIElement", &err));
+    EXPECT_EQ(err, kAXErrorNoValue);
 }
 
 TEST_F(LinuxDesktopTest, WindowActivatedAgainAnswersItsFocusWidgetAtOnce) {
@@ -326,6 +337,87 @@ TEST_F(LinuxDesktopTest, TheFocusedWindowMovingOrResizingComesFromTheXServer) {
                    std::count(seen.begin(), seen.end(), "AXWindowResized");
         },
         5));
+}
+
+TEST_F(LinuxDesktopTest, ReallocationsInPlaceAreNoMoves) {
+    // A text field taking focus is re-allocated on every frame of its style transition, each time
+    // saying bounds-changed with the same rectangle: the agent re-read its focus each time.
+    AXUIElementRef field = waitForTitle(*this, "Name field");
+    ASSERT_TRUE(field);
+    int fieldMoves = 0, fieldResizes = 0;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& e, const std::string& n, void*) {
+                      if (!axEqual(e, field)) return;
+                      (n == "AXMoved" ? fieldMoves : fieldResizes)++;
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    AXUIElementRef app = ax().createApplication(appPid());
+    ASSERT_EQ(observer->addNotification(app, "AXMoved", nullptr), kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXResized", nullptr), kAXErrorSuccess);
+    observer->attachToMainLoop();
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    const uint64_t dropped = desktop->stats().unchangedBounds;
+    focus("Name field");
+    ASSERT_TRUE(waitUntil([&] { return desktop->stats().unchangedBounds >= dropped + 5; }, 5))
+        << "GTK did not re-allocate the focused field in place";
+    EXPECT_LE(fieldMoves, 1);
+
+    // A real change of size still tells.
+    fieldResizes = 0;
+    ASSERT_EQ(
+        runTool({"xdotool", "search", "--all", "--onlyvisible", "--pid", std::to_string(appPid()),
+                 "--name", "Ocuvane Test", "windowsize", "560", "480"}),
+        0);
+    EXPECT_TRUE(waitUntil([&] { return fieldResizes > 0; }, 5));
+}
+
+TEST_F(LinuxDesktopTest, ANewFocusIsLocatedInOneRound) {
+    // Where a new focus, its container and its window are is asked in one round as the focus-in
+    // arrives; the readers then get exactly what the application says.
+    auto* access = dynamic_cast<linuxdesk::AtspiAccessibility*>(platform_->ax.get());
+    ASSERT_TRUE(access);
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(second);
+    std::vector<std::string> mismatches;
+    int checked = 0;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
+                      for (AXUIElementRef cur = e; cur; cur = elementAttr(ax(), cur, "AXParent")) {
+                          if (stringAttr(ax(), cur, "AXRole") == "AXApplication") break;
+                          AXValue pos, size;
+                          if (ax().copyAttributeValue(cur, "AXPosition", &pos) != kAXErrorSuccess ||
+                              ax().copyAttributeValue(cur, "AXSize", &size) != kAXErrorSuccess)
+                              continue;
+                          AtspiComponent* c = atspi_accessible_get_component_iface(
+                              linuxdesk::asAtspi(cur)->accessible());
+                          AtspiRect* r =
+                              c ? atspi_component_get_extents(c, ATSPI_COORD_TYPE_SCREEN, nullptr)
+                                : nullptr;
+                          const Rect direct = r ? Rect(r->x, r->y, r->width, r->height) : Rect();
+                          if (Rect(*pos.get<Point>(), *size.get<Size>()) != direct)
+                              mismatches.push_back(stringAttr(ax(), cur, "AXRole"));
+                          ++checked;
+                          g_free(r);
+                          if (c) g_object_unref(c);
+                      }
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+    const uint64_t before = access->turnExtents().requests();
+    focus("Second");
+    ASSERT_TRUE(waitUntil([&] { return checked >= 3; }, 5));
+    EXPECT_TRUE(mismatches.empty()) << ::testing::PrintToString(mismatches);
+    // The button, its box and its window at least.
+    EXPECT_GE(access->turnExtents().requests() - before, 3u);
 }
 
 TEST_F(LinuxDesktopTest, BoundsAreWhereTheWidgetIsOnScreen) {
