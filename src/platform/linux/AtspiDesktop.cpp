@@ -486,6 +486,13 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
             app.focus = found;
             app.focusContainer.reset();
             app.focusLive = true;
+            if (!app.toldFocus || !app.toldFocus->equals(*found)) {
+                // Found before its focus-in was handled, which would then pass for a repeat:
+                // the observers of this moment are told on the next turn, as by the event.
+                app.toldFocus = found;
+                notify(app.bus, "AXFocusedUIElementChanged", found, found_);
+                scheduleFlush();
+            }
             return found;
         }
     }
@@ -610,6 +617,10 @@ void AtspiDesktop::focusedWindowMoved() {
 
 void AtspiDesktop::queue(Pending event) {
     pending_.push_back(std::move(event));
+    scheduleFlush();
+}
+
+void AtspiDesktop::scheduleFlush() {
     if (!flushScheduled_) {
         flushScheduled_ = true;
         std::weak_ptr<AtspiDesktop> weak = weak_from_this();
@@ -654,7 +665,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             // GTK sends each focus-in twice, the second from an idle callback: after a focus-out
             // when the focus left the widget for nothing at once. That one is stale.
             if (app->focusLive && app->focus && app->focus->equals(*ev.source) &&
-                !app->focusContainer)
+                !app->focusContainer && app->toldFocus && app->toldFocus->equals(*ev.source))
                 return;
             if (app->lastFocusIn && app->lastFocusIn->equals(*ev.source) &&
                 ev.at - app->lastFocusInAt < kSecondAnnouncement) {
@@ -676,6 +687,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                                        }});
             }
             newFocus_.push_back(ev.source);
+            app->toldFocus = ev.source;
             notify(bus, "AXFocusedUIElementChanged", ev.source, out);
             return;
         }
@@ -701,13 +713,16 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                  app->focusLive) ||
                 hasState(ev.source->accessible(), ATSPI_STATE_FOCUSED);
             if (!containerHasFocus) return;
-            if (app->focusLive && app->focus && app->focus->equals(*ev.other)) return;
+            if (app->focusLive && app->focus && app->focus->equals(*ev.other) && app->toldFocus &&
+                app->toldFocus->equals(*ev.other))
+                return;
             app->focus = ev.other;
             app->focusContainer = ev.source;
             app->focusLive = true;
             app->searched = true;
             app->resumeFocus = false;
             newFocus_.push_back(ev.other);
+            app->toldFocus = ev.other;
             notify(bus, "AXFocusedUIElementChanged", ev.other, out);
             return;
         }
@@ -826,6 +841,8 @@ void AtspiDesktop::flush() {
     // State first, for the whole batch, so that observers reading back see where things ended.
     std::vector<Delivery> out = std::move(held_);
     held_.clear();
+    for (auto& d : found_) out.push_back(std::move(d));
+    found_.clear();
     for (auto& ev : batch) {
         process(ev, out);
         if (ev.kind == EventKind::WindowActivate) {

@@ -50,6 +50,8 @@ struct AppInfo {
     AtspiElementRef focus;
     AtspiElementRef focusContainer;  // set when focus came from active-descendant-changed
     bool focusLive = false;
+    // The focus observers were last told of, by its event or by the search that found it first.
+    AtspiElementRef toldFocus;
     // The last focus-in taken, and when it arrived.
     AtspiElementRef lastFocusIn;
     double lastFocusInAt = 0;
@@ -158,6 +160,7 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void refreshApplications();
     AppInfo* addApplication(AtspiAccessible* root);
     void queue(Pending event);
+    void scheduleFlush();
     void flush();
     void process(Pending& ev, std::vector<Delivery>& out);
     void notify(const std::string& bus, const std::string& notification,
@@ -191,6 +194,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // Deliveries held back after a window activation until its application's focus is known
     // (GTK tells of the focus widget a moment after the window), at most until `holdUntil_`.
     std::vector<Delivery> held_;
+    // Focus changes a read found before their events were handled, for the next turn.
+    std::vector<Delivery> found_;
     std::vector<AtspiElementRef> newFocus_;  // since the last delivery
     const void* lastAnnounced_ = nullptr;    // compared only: GTK announces each focus twice
     std::string awaitingFocusOf_;

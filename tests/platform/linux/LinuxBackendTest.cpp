@@ -103,6 +103,59 @@ TEST_F(LinuxDesktopTest, TabMovesFocusToTheWidgetWithTheFocusedState) {
     EXPECT_EQ(wasFocused, AXValue(false));
 }
 
+TEST_F(LinuxDesktopTest, AFocusFoundByAReadBeforeItsFocusInIsStillTold) {
+    // A poll that reads the focus between GTK moving it and the backend handling the focus-in
+    // finds the new widget by searching; its focus-in must still be told, or the magnifier stays
+    // on the old widget.
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef first = waitForTitle(*this, "First");
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(first && second);
+    focus("First");
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    int toldSecond = 0;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
+                      if (axEqual(e, second)) ++toldSecond;
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+
+    // The moment between the backend receiving a focus-in and handling it on its next turn, with
+    // a poll reading the focus in between. The main loop does not turn here: GTK's own events
+    // wait, the focus-in is handed over as libatspi would, and libatspi's cached states are
+    // dropped so that the read sees what GTK says now.
+    app_->send("focus Second");
+    AtspiAccessible* rawFirst = linuxdesk::asAtspi(first)->accessible();
+    AtspiAccessible* rawSecond = linuxdesk::asAtspi(second)->accessible();
+    bool moved = false;
+    for (int i = 0; i < 400 && !moved; ++i) {
+        atspi_accessible_clear_cache(rawSecond);
+        AtspiStateSet* states = atspi_accessible_get_state_set(rawSecond);
+        moved = states && atspi_state_set_contains(states, ATSPI_STATE_FOCUSED);
+        if (states) g_object_unref(states);
+        if (!moved) g_usleep(5000);
+    }
+    ASSERT_TRUE(moved) << "GTK never moved the focus";
+    AtspiEvent focusIn{};
+    focusIn.type = const_cast<gchar*>("object:state-changed:focused");
+    focusIn.source = rawSecond;
+    focusIn.detail1 = 1;
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    desktop->onEvent(&focusIn);
+    atspi_accessible_clear_cache(rawFirst);
+    ASSERT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second));
+    ASSERT_EQ(toldSecond, 0) << "the focus-in was handled before the read";
+
+    EXPECT_TRUE(waitUntil([&] { return toldSecond > 0; }, 5));
+}
+
 TEST_F(LinuxDesktopTest, FocusAnnouncedBeforeTheWidgetTakesItIsTheFocus) {
     // GtkListBox's way with its rows: the focus-in comes before the row has focus, and for a
     // while nothing in the window shows the focused state. Falling back to "no focus" there
