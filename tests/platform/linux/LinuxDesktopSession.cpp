@@ -3,7 +3,9 @@
 #include "platform/linux/LinuxDesktopSession.h"
 
 #include <fcntl.h>
+#include <poll.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 
@@ -130,6 +132,25 @@ bool TestApp::start(std::string* why, const std::vector<std::string>& extraArgs)
 void TestApp::send(const std::string& command) {
     std::string line = command + "\n";
     if (in_ >= 0) (void)!write(in_, line.data(), line.size());
+}
+
+bool TestApp::awaitOutput(const std::string& text, double seconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::duration<double>(seconds);
+    for (;;) {
+        char buf[256];
+        ssize_t n;
+        while ((n = read(out_, buf, sizeof buf)) > 0) output_.append(buf, static_cast<size_t>(n));
+        if (auto at = output_.find(text); at != std::string::npos) {
+            output_.erase(0, at + text.size());
+            return true;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (n == 0 || left.count() <= 0) return false;  // the window closed, or time is up
+        pollfd fd{out_, POLLIN, 0};
+        poll(&fd, 1, static_cast<int>(left.count()) + 1);
+    }
 }
 
 void TestApp::kill(int signal) {

@@ -32,6 +32,10 @@ class TestApp {
     // Starts it and waits until it is on the accessibility desktop with focus on "First".
     bool start(std::string* why, const std::vector<std::string>& extraArgs = {});
     void send(const std::string& command);
+    // Waits, without turning the main loop, until the window has written `text` on its standard
+    // output since the last such wait (with --report it tells of each focus change once GTK has
+    // made it); false after `seconds`.
+    bool awaitOutput(const std::string& text, double seconds);
     void kill(int signal);
     pid_t pid() const { return pid_; }
 
@@ -40,6 +44,7 @@ class TestApp {
     pid_t pid_ = 0;
     int in_ = -1;
     int out_ = -1;
+    std::string output_;  // read and not yet matched
     bool reaped_ = false;
 };
 
