@@ -119,6 +119,25 @@ void GCDAsyncUdpSocket::wake() {
     }
 }
 
+namespace {
+// The socket whose queue the running thread is working for, if any.
+thread_local const GCDAsyncUdpSocket* tlsQueueOwner = nullptr;
+}  // namespace
+
+void GCDAsyncUdpSocket::claimQueue() {
+    std::unique_lock lock(tasksMutex_);
+    queueIdle_.wait(lock, [this] { return !queueBusy_; });
+    queueBusy_ = true;
+}
+
+void GCDAsyncUdpSocket::releaseQueue() {
+    {
+        std::lock_guard lock(tasksMutex_);
+        queueBusy_ = false;
+    }
+    queueIdle_.notify_all();
+}
+
 void GCDAsyncUdpSocket::runOnQueue(std::function<void()> task) {
     {
         std::lock_guard lock(tasksMutex_);
@@ -127,8 +146,37 @@ void GCDAsyncUdpSocket::runOnQueue(std::function<void()> task) {
     wake();
 }
 
+void GCDAsyncUdpSocket::runOnQueueOrHere(std::function<void()> task) {
+    {
+        std::unique_lock lock(tasksMutex_);
+        if (queueBusy_ || !tasks_.empty() || stop_ || tlsQueueOwner) {
+            tasks_.push_back(std::move(task));
+            lock.unlock();
+            wake();
+            return;
+        }
+        queueBusy_ = true;
+    }
+    // The queue is idle: its work runs on this thread, in order and alone as ever, without
+    // waking the queue's thread for it (a thread hop per datagram costs more than the send).
+    tlsQueueOwner = this;
+    pollSocketNow();
+    task();
+    tlsQueueOwner = nullptr;
+    bool mustWake = false;
+    {
+        std::lock_guard lock(tasksMutex_);
+        queueBusy_ = false;
+        // What the queue's thread waits on may have changed under it.
+        mustWake = !tasks_.empty() || fd_ != polledFd_ || receiving_ != polledReceiving_ ||
+                   currentSend_ != nullptr || currentSendWaitsWritable_;
+    }
+    queueIdle_.notify_all();
+    if (mustWake) wake();
+}
+
 void GCDAsyncUdpSocket::runOnQueueAndWait(const std::function<void()>& task) {
-    if (std::this_thread::get_id() == workerId_.load()) {
+    if (tlsQueueOwner == this) {
         task();
         return;
     }
@@ -142,7 +190,7 @@ void GCDAsyncUdpSocket::runOnQueueAndWait(const std::function<void()>& task) {
 }
 
 void GCDAsyncUdpSocket::assertOnSocketQueue() const {
-    if (std::this_thread::get_id() != workerId_.load()) {
+    if (tlsQueueOwner != this) {
         std::string line =
             format("*** Assertion failure in %s: Must be dispatched on socketQueue", kSourceName);
         systemLog(line);
@@ -164,28 +212,53 @@ void GCDAsyncUdpSocket::notifyDelegate(F&& call) {
 }
 
 void GCDAsyncUdpSocket::workerMain() {
-    workerId_.store(std::this_thread::get_id());
+    tlsQueueOwner = this;
     receiveBuffer_.resize(kReceiveBufferSize);
-    while (!stop_) {
+    pollfd fds[2];
+    nfds_t n = 0;
+    bool watchSocket = false;
+    while (true) {
+        // Socket state is touched only while holding the queue; a sender may be running its
+        // work on its own thread while this one waits in poll.
+        claimQueue();
+        if (stop_) break;
+        if (n > 0) {
+            if (fds[0].revents & POLLIN) {
+                char buf[256];
+                while (::read(wakePipe_[0], buf, sizeof buf) > 0) {
+                }
+            }
+            // The socket may have changed while this thread waited.
+            if (watchSocket && fd_ >= 0 && fd_ == fds[1].fd && fds[1].revents) {
+                if (receiving_ && (fds[1].revents & (POLLIN | POLLERR | POLLHUP))) readDatagrams();
+                if (fd_ >= 0 && currentSendWaitsWritable_ &&
+                    (fds[1].revents & (POLLOUT | POLLERR))) {
+                    currentSendWaitsWritable_ = false;
+                    doSend();
+                }
+            }
+            checkSendTimeout();
+            if (stop_) break;
+        }
         std::deque<std::function<void()>> tasks;
         {
             std::lock_guard lock(tasksMutex_);
             tasks.swap(tasks_);
         }
         for (auto& task : tasks) {
-            if (stop_) return;
+            if (stop_) break;
             // A refusal reported on the socket belongs to the receive side; let it close the
             // socket before the next send could swallow it.
             pollSocketNow();
             task();
         }
+        if (stop_) break;
         checkSendTimeout();
-        if (stop_) return;
+        if (stop_) break;
 
-        pollfd fds[2];
-        nfds_t n = 0;
+        n = 0;
         fds[n++] = pollfd{wakePipe_[0], POLLIN, 0};
-        const bool watchSocket = fd_ >= 0 && (receiving_ || currentSendWaitsWritable_);
+        watchSocket = fd_ >= 0 && (receiving_ || currentSendWaitsWritable_);
         if (watchSocket) {
             short ev = 0;
             if (receiving_) ev |= POLLIN;
@@ -193,31 +266,25 @@ void GCDAsyncUdpSocket::workerMain() {
             fds[n++] = pollfd{fd_, ev, 0};
         }
         int timeoutMs = -1;
-        {
-            std::lock_guard lock(tasksMutex_);
-            if (!tasks_.empty()) timeoutMs = 0;
-        }
-        if (timeoutMs != 0 && currentSend_ && currentSend_->deadline >= 0) {
+        if (currentSend_ && currentSend_->deadline >= 0) {
             double left = currentSend_->deadline - monotonicNow();
             timeoutMs = left <= 0 ? 0 : static_cast<int>(left * 1000.0) + 1;
         }
+        {
+            std::lock_guard lock(tasksMutex_);
+            if (!tasks_.empty()) timeoutMs = 0;
+            polledFd_ = watchSocket ? fd_ : -1;
+            polledReceiving_ = watchSocket && receiving_;
+            queueBusy_ = false;
+        }
+        queueIdle_.notify_all();
         int r = ::poll(fds, n, timeoutMs);
-        if (r < 0 && errno != EINTR) continue;
-        if (fds[0].revents & POLLIN) {
-            char buf[256];
-            while (::read(wakePipe_[0], buf, sizeof buf) > 0) {
-            }
+        if (r < 0) {
+            for (nfds_t i = 0; i < n; ++i) fds[i].revents = 0;
+            if (errno != EINTR) continue;
         }
-        if (stop_) return;
-        if (watchSocket && fd_ == fds[1].fd && fds[1].revents) {
-            if (receiving_ && (fds[1].revents & (POLLIN | POLLERR | POLLHUP))) readDatagrams();
-            if (fd_ >= 0 && currentSendWaitsWritable_ && (fds[1].revents & (POLLOUT | POLLERR))) {
-                currentSendWaitsWritable_ = false;
-                doSend();
-            }
-        }
-        checkSendTimeout();
     }
+    releaseQueue();
 }
 
 void GCDAsyncUdpSocket::pollSocketNow() {
@@ -535,7 +602,7 @@ void GCDAsyncUdpSocket::sendData(std::vector<uint8_t> data, double timeout, int6
     send->data = std::move(data);
     send->timeout = timeout;
     send->tag = tag;
-    runOnQueue([this, send] { enqueueSend(send); });
+    runOnQueueOrHere([this, send] { enqueueSend(send); });
 }
 
 void GCDAsyncUdpSocket::sendData(std::vector<uint8_t> data, const std::string& host, uint16_t port,
@@ -558,7 +625,7 @@ void GCDAsyncUdpSocket::sendData(std::vector<uint8_t> data, const SocketAddress&
     send->address = address;
     send->timeout = timeout;
     send->tag = tag;
-    runOnQueue([this, send] { enqueueSend(send); });
+    runOnQueueOrHere([this, send] { enqueueSend(send); });
 }
 
 void GCDAsyncUdpSocket::enqueueSend(std::shared_ptr<Send> send) {

@@ -120,6 +120,11 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
 
     void workerMain();
     void runOnQueue(std::function<void()> task);
+    // Runs `task` on this thread when the queue is idle, else queues it. Only for work that
+    // never blocks (no name look-up).
+    void runOnQueueOrHere(std::function<void()> task);
+    void claimQueue();
+    void releaseQueue();
     void runOnQueueAndWait(const std::function<void()>& task);
     void assertOnSocketQueue() const;
     void wake();
@@ -145,8 +150,13 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
     std::shared_ptr<MainLoop> delegateQueue_;
 
     std::thread worker_;
-    std::atomic<std::thread::id> workerId_{};
     std::mutex tasksMutex_;
+    std::condition_variable queueIdle_;
+    // Some thread is doing the queue's work (guarded by tasksMutex_).
+    bool queueBusy_ = false;
+    // What the queue's thread waits on in poll (guarded by tasksMutex_).
+    int polledFd_ = -1;
+    bool polledReceiving_ = false;
     std::deque<std::function<void()>> tasks_;
     int wakePipe_[2] = {-1, -1};
     std::atomic<bool> stop_{false};
