@@ -174,7 +174,12 @@ void GLibMainLoop::post(Task task) {
 
 void GLibMainLoop::postAfter(double seconds, Task task) {
     if (seconds <= 0) return post(std::move(task));
-    const int64_t due = g_get_monotonic_time() + toMicroseconds(seconds);
+    int64_t due = g_get_monotonic_time() + toMicroseconds(seconds);
+    // A wait of a second or more (the link's reply time-outs, retries) ends on a 0.1 s grid of
+    // the clock, at most that late: the time-outs of a burst of focus changes then share one
+    // wake-up instead of waking the process once each.
+    constexpr int64_t kLaxGrainUs = 100000;
+    if (seconds >= 1.0) due = (due + kLaxGrainUs - 1) / kLaxGrainUs * kLaxGrainUs;
     if (isMainThread()) return schedule(due, std::move(task), nullptr);
     // The queue is the main thread's: the deadline is taken here, the entry made there.
     std::weak_ptr<Deadlines> weak = deadlines_;
