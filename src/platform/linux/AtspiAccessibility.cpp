@@ -144,10 +144,6 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     desktop_->focusAnnounced = [this](AtspiAccessible* focus) {
         turn_.request(focus, callBudgetMs());
     };
-    desktop_->geometryChanged = [this](const std::string& bus) { turn_.forgetSteady(bus); };
-    turn_.hearsMoves = [this](AtspiAccessible* acc) {
-        return desktop_->hearsMoves(busNameOf(acc));
-    };
     desktop_->prefetchFocus = [this](const std::vector<AtspiElementRef>& focus) {
         if (focus.empty()) return turn_.cancel();
         for (const auto& f : focus)
@@ -158,7 +154,6 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
 
 AtspiAccessibility::~AtspiAccessibility() {
     desktop_->focusAnnounced = nullptr;
-    desktop_->geometryChanged = nullptr;
     desktop_->prefetchFocus = nullptr;
 }
 
