@@ -130,12 +130,24 @@ void GCDAsyncUdpSocket::claimQueue() {
     queueBusy_ = true;
 }
 
-void GCDAsyncUdpSocket::releaseQueue() {
+bool GCDAsyncUdpSocket::releaseQueue() {
+    bool stale;
     {
         std::lock_guard lock(tasksMutex_);
         queueBusy_ = false;
+        const pollfd now = watched();
+        stale = !tasks_.empty() || currentSend_ != nullptr || now.fd != polled_.fd ||
+                now.events != polled_.events;
     }
     queueIdle_.notify_all();
+    return stale;
+}
+
+pollfd GCDAsyncUdpSocket::watched() const {
+    short events = 0;
+    if (fd_ >= 0 && receiving_) events |= POLLIN;
+    if (fd_ >= 0 && currentSendWaitsWritable_) events |= POLLOUT;
+    return pollfd{events ? fd_ : -1, events, 0};
 }
 
 void GCDAsyncUdpSocket::runOnQueue(std::function<void()> task) {
@@ -163,16 +175,8 @@ void GCDAsyncUdpSocket::runOnQueueOrHere(std::function<void()> task) {
     pollSocketNow();
     task();
     tlsQueueOwner = nullptr;
-    bool mustWake = false;
-    {
-        std::lock_guard lock(tasksMutex_);
-        queueBusy_ = false;
-        // What the queue's thread waits on may have changed under it.
-        mustWake = !tasks_.empty() || fd_ != polledFd_ || receiving_ != polledReceiving_ ||
-                   currentSend_ != nullptr || currentSendWaitsWritable_;
-    }
-    queueIdle_.notify_all();
-    if (mustWake) wake();
+    // What the queue's thread waits on may have changed under it.
+    if (releaseQueue()) wake();
 }
 
 void GCDAsyncUdpSocket::runOnQueueAndWait(const std::function<void()>& task) {
@@ -258,13 +262,9 @@ void GCDAsyncUdpSocket::workerMain() {
 
         n = 0;
         fds[n++] = pollfd{wakePipe_[0], POLLIN, 0};
-        watchSocket = fd_ >= 0 && (receiving_ || currentSendWaitsWritable_);
-        if (watchSocket) {
-            short ev = 0;
-            if (receiving_) ev |= POLLIN;
-            if (currentSendWaitsWritable_) ev |= POLLOUT;
-            fds[n++] = pollfd{fd_, ev, 0};
-        }
+        const pollfd socket = watched();
+        watchSocket = socket.fd >= 0;
+        if (watchSocket) fds[n++] = socket;
         int timeoutMs = -1;
         if (currentSend_ && currentSend_->deadline >= 0) {
             double left = currentSend_->deadline - monotonicNow();
@@ -273,8 +273,7 @@ void GCDAsyncUdpSocket::workerMain() {
         {
             std::lock_guard lock(tasksMutex_);
             if (!tasks_.empty()) timeoutMs = 0;
-            polledFd_ = watchSocket ? fd_ : -1;
-            polledReceiving_ = watchSocket && receiving_;
+            polled_ = socket;
             queueBusy_ = false;
         }
         queueIdle_.notify_all();

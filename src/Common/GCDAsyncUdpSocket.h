@@ -1,8 +1,10 @@
 #pragma once
 
-// Asynchronous UDP endpoint on POSIX sockets. All socket work runs on the endpoint's own worker
-// thread (its serial socket queue); every event reaches the delegate on the delegate queue, a
-// main loop chosen by the owner.
+// Asynchronous UDP endpoint on POSIX sockets. All socket work runs on the endpoint's serial socket
+// queue: its own worker thread, or a sender's thread for a send that finds the queue idle; every
+// event reaches the delegate on the delegate queue, a main loop chosen by the owner.
+
+#include <poll.h>
 
 #include <any>
 #include <atomic>
@@ -124,7 +126,11 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
     // never blocks (no name look-up).
     void runOnQueueOrHere(std::function<void()> task);
     void claimQueue();
-    void releaseQueue();
+    // True when the queue's thread must look again: work is waiting, or what it waits on in
+    // poll is no longer what the socket needs.
+    bool releaseQueue();
+    // The socket and events the queue's thread waits on (fd -1: none).
+    pollfd watched() const;
     void runOnQueueAndWait(const std::function<void()>& task);
     void assertOnSocketQueue() const;
     void wake();
@@ -155,8 +161,7 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
     // Some thread is doing the queue's work (guarded by tasksMutex_).
     bool queueBusy_ = false;
     // What the queue's thread waits on in poll (guarded by tasksMutex_).
-    int polledFd_ = -1;
-    bool polledReceiving_ = false;
+    pollfd polled_{-1, 0, 0};
     std::deque<std::function<void()>> tasks_;
     int wakePipe_[2] = {-1, -1};
     std::atomic<bool> stop_{false};
