@@ -144,6 +144,10 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     desktop_->focusAnnounced = [this](AtspiAccessible* focus) {
         turn_.request(focus, callBudgetMs());
     };
+    desktop_->geometryChanged = [this](const std::string& bus) { turn_.forgetSteady(bus); };
+    turn_.hearsMoves = [this](AtspiAccessible* acc) {
+        return desktop_->hearsMoves(busNameOf(acc));
+    };
     desktop_->prefetchFocus = [this](const std::vector<AtspiElementRef>& focus) {
         if (focus.empty()) return turn_.cancel();
         for (const auto& f : focus)
@@ -154,6 +158,7 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
 
 AtspiAccessibility::~AtspiAccessibility() {
     desktop_->focusAnnounced = nullptr;
+    desktop_->geometryChanged = nullptr;
     desktop_->prefetchFocus = nullptr;
 }
 
@@ -233,8 +238,13 @@ AXError AtspiAccessibility::copyAttributeValue(const AXUIElementRef& element,
             return readSystemWide(attribute, out);
         case AtspiElement::Kind::Missing:
             return kAXErrorInvalidUIElement;
-        default:
-            return readObject(*el, attribute, out);
+        default: {
+            const AXError err = readObject(*el, attribute, out);
+            // What was kept of an application that stopped answering is not vouched for.
+            if (err == kAXErrorCannotComplete && el->accessible())
+                turn_.noAnswerFrom(el->accessible());
+            return err;
+        }
     }
 }
 

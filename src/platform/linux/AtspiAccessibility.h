@@ -41,6 +41,10 @@ class AtspiAccessibility final : public AccessibilityAPI {
 
     AtspiDesktop& desktop() { return *desktop_; }
     const TurnExtents& turnExtents() const { return turn_; }
+    // Where the top-level windows' changes come from (see TurnExtents::topLevelGeneration).
+    void setTopLevelGeneration(std::function<uint64_t()> generation) {
+        turn_.topLevelGeneration = std::move(generation);
+    }
     const std::shared_ptr<AtspiDesktop>& sharedDesktop() const { return desktop_; }
 
   private:

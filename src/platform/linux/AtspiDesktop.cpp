@@ -588,13 +588,17 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
                     wanted = true;
         if (!wanted) return;
     }
-    if (kind == EventKind::Bounds && G_VALUE_HOLDS(&event->any_data, ATSPI_TYPE_RECT)) {
+    if (kind == EventKind::Bounds) {
+        const std::string bus = busNameOf(event->source);
+        if (auto app = apps_.find(bus); app != apps_.end()) app->second.reportsBounds = true;
         // GTK re-allocates a widget on every frame of a style transition (a focus change starts
         // one) and says bounds-changed each time with the same rectangle: nothing moved.
-        const auto* r = static_cast<const AtspiRect*>(g_value_get_boxed(&event->any_data));
+        const auto* r = G_VALUE_HOLDS(&event->any_data, ATSPI_TYPE_RECT)
+                            ? static_cast<const AtspiRect*>(g_value_get_boxed(&event->any_data))
+                            : nullptr;
         if (r) {
             const Rect now(r->x, r->y, r->width, r->height);
-            std::string key = busNameOf(event->source) + pathOf(event->source);
+            std::string key = bus + pathOf(event->source);
             auto it = lastBounds_.find(key);
             if (it != lastBounds_.end() && it->second == now) {
                 ++stats_.unchangedBounds;
@@ -603,8 +607,19 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
             if (lastBounds_.size() >= kBoundsKept) lastBounds_.clear();
             lastBounds_[std::move(key)] = now;
         }
+        if (geometryChanged) geometryChanged(bus);
+    } else if (geometryChanged &&
+               (kind == EventKind::WindowActivate || kind == EventKind::WindowDeactivate ||
+                kind == EventKind::WindowCreate || kind == EventKind::Defunct)) {
+        geometryChanged(busNameOf(event->source));
     }
     queue(Pending{kind, AtspiElement::make(event->source), AtspiElement::make(other)});
+}
+
+bool AtspiDesktop::hearsMoves(const std::string& bus) const {
+    if (!registeredTypes_.count("object:bounds-changed")) return false;
+    auto app = apps_.find(bus);
+    return app != apps_.end() && app->second.reportsBounds;
 }
 
 void AtspiDesktop::focusedWindowMoved() {

@@ -63,6 +63,8 @@ struct AppInfo {
     // the focus again until the toolkit says otherwise.
     bool resumeFocus = false;
     AtspiElementRef activeWindow;
+    // The application has said bounds-changed: its moves are heard.
+    bool reportsBounds = false;
     // `activeWindow` came from window:activate and no window:deactivate has followed: it stands
     // even before the window shows the ACTIVE state.
     bool activeFromEvent = false;
@@ -121,6 +123,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void removeObserver(AtspiObserver* observer);
     // Makes sure the AT-SPI events behind a notification reach us.
     void needNotification(const std::string& notification);
+    // Whether a move of any object of the application (bus name) reaches us as bounds-changed.
+    bool hearsMoves(const std::string& bus) const;
 
     // --- Workspace signals (main loop) ---
     Signal<const RunningApplication&> didLaunchApplication;
@@ -146,6 +150,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // notifications are delivered, with the new focuses of the batch (none: forget them), so that
     // what their readers are about to ask can be fetched at once.
     std::function<void(AtspiAccessible*)> focusAnnounced;
+    // Something in the application (bus name) may have moved; called inside libatspi's dispatch.
+    std::function<void(const std::string&)> geometryChanged;
     std::function<void(const std::vector<AtspiElementRef>&)> prefetchFocus;
 
     // The X server saw the focused top-level window move or change size: the front

@@ -118,7 +118,13 @@ std::shared_ptr<Platform> makeLinuxPlatform(std::string* whyNot) {
     auto p = std::make_shared<Platform>();
     p->name = "linux";
     p->loop = loop;
-    p->ax = std::make_shared<AtspiAccessibility>(desktop);
+    auto ax = std::make_shared<AtspiAccessibility>(desktop);
+    // Kept window and container extents are forgotten when a top-level window changes.
+    ax->setTopLevelGeneration([weakDisplays] {
+        auto d = weakDisplays.lock();
+        return d ? d->topLevelGeneration() : ~uint64_t{0};
+    });
+    p->ax = ax;
     p->workspace = std::make_shared<LinuxWorkspace>(desktop);
     p->displays = displays;
     return p;

@@ -37,6 +37,22 @@ AtspiAccessible* knownParent(AtspiAccessible* acc) {
     return (acc->cached_properties & ATSPI_CACHE_PARENT) ? acc->accessible_parent : nullptr;
 }
 
+bool isApplicationRoot(AtspiAccessible* acc) {
+    const char* path = ATSPI_OBJECT(acc)->path;
+    return path && std::strcmp(path, kRootPath) == 0;
+}
+
+// Scrolling moves what is inside a scrolled view and says nothing about it; an ancestry libatspi
+// does not know to the application counts as inside one.
+bool mayBeScrolled(AtspiAccessible* acc) {
+    for (int depth = 0; acc && depth < 64; ++depth, acc = knownParent(acc)) {
+        if (isApplicationRoot(acc)) return false;
+        if (!(acc->cached_properties & ATSPI_CACHE_ROLE)) return true;
+        if (acc->role == ATSPI_ROLE_SCROLL_PANE || acc->role == ATSPI_ROLE_VIEWPORT) return true;
+    }
+    return true;
+}
+
 }  // namespace
 
 uint64_t currentTurn() {
@@ -59,6 +75,7 @@ TurnExtents::TurnExtents() {
 TurnExtents::~TurnExtents() {
     cancel();
     for (auto& e : entries_) g_object_unref(e.acc);
+    forgetSteady({});
 }
 
 void TurnExtents::enterCurrentTurn() {
@@ -78,7 +95,48 @@ bool TurnExtents::find(AtspiAccessible* acc, Rect* out) {
             return true;
         }
     }
+    if (const Rect* kept = findSteady(acc)) {
+        *out = *kept;
+        ++steadyHits_;
+        return true;
+    }
     return false;
+}
+
+void TurnExtents::syncSteady() {
+    const uint64_t now = currentTurn();
+    if (steadySyncedTurn_ == now) return;
+    steadySyncedTurn_ = now;
+    const uint64_t generation = topLevelGeneration ? topLevelGeneration() : 0;
+    if (generation != steadyGeneration_) forgetSteady({});
+    steadyGeneration_ = generation;
+}
+
+const Rect* TurnExtents::findSteady(AtspiAccessible* acc) {
+    if (steady_.empty()) return nullptr;
+    syncSteady();
+    for (const auto& s : steady_)
+        if (s.acc == acc) return &s.x11;
+    return nullptr;
+}
+
+void TurnExtents::keepSteady(AtspiAccessible* acc, const Rect& x11) {
+    if (!hearsMoves || !hearsMoves(acc) || mayBeScrolled(acc)) return;
+    // Containers and windows of the focuses of a session: a handful; past a bound, start over.
+    constexpr size_t kSteadyKept = 64;
+    if (steady_.size() >= kSteadyKept) forgetSteady({});
+    steady_.push_back(
+        Steady{static_cast<AtspiAccessible*>(g_object_ref(acc)), busNameOf(acc), x11});
+}
+
+void TurnExtents::forgetSteady(const std::string& bus) {
+    ++forgets_;
+    auto gone = std::remove_if(steady_.begin(), steady_.end(), [&bus](const Steady& s) {
+        if (!bus.empty() && s.bus != bus) return false;
+        g_object_unref(s.acc);
+        return true;
+    });
+    steady_.erase(gone, steady_.end());
 }
 
 void TurnExtents::remember(AtspiAccessible* acc, const Rect& x11) {
@@ -92,8 +150,27 @@ bool TurnExtents::timedOut(AtspiAccessible* acc) {
            std::find(timedOut_.begin(), timedOut_.end(), busNameOf(acc)) != timedOut_.end();
 }
 
+void TurnExtents::noAnswerFrom(AtspiAccessible* acc) {
+    enterCurrentTurn();
+    std::string bus = busNameOf(acc);
+    forgetSteady(bus);
+    if (std::find(timedOut_.begin(), timedOut_.end(), bus) == timedOut_.end())
+        timedOut_.push_back(std::move(bus));
+}
+
 void TurnExtents::request(AtspiAccessible* acc, int timeoutMs) {
     Rect known;
+    // The focus itself is always asked afresh, even where it was kept as another's ancestor.
+    if (acc) {
+        auto kept = std::find_if(steady_.begin(), steady_.end(),
+                                 [acc](const Steady& s) { return s.acc == acc; });
+        if (kept != steady_.end()) {
+            g_object_unref(kept->acc);
+            steady_.erase(kept);
+        }
+    }
+    syncSteady();
+    const uint64_t generation = steadyGeneration_;
     for (int depth = 0; acc && depth < kChain; ++depth, acc = knownParent(acc)) {
         AtspiObject* obj = ATSPI_OBJECT(acc);
         if (!obj->app || !obj->app->bus || !obj->path || std::strcmp(obj->path, kRootPath) == 0)
@@ -108,7 +185,8 @@ void TurnExtents::request(AtspiAccessible* acc, int timeoutMs) {
         dbus_message_append_args(m, DBUS_TYPE_UINT32, &coords, DBUS_TYPE_INVALID);
         DBusPendingCall* call = nullptr;
         if (dbus_connection_send_with_reply(obj->app->bus, m, &call, timeoutMs) && call) {
-            asked_.push_back(Asked{static_cast<AtspiAccessible*>(g_object_ref(acc)), call});
+            asked_.push_back(Asked{static_cast<AtspiAccessible*>(g_object_ref(acc)), call,
+                                   depth > 0, generation, forgets_});
             ++requests_;
         }
         dbus_message_unref(m);
@@ -118,6 +196,7 @@ void TurnExtents::request(AtspiAccessible* acc, int timeoutMs) {
 void TurnExtents::collect() {
     std::vector<Asked> asked;
     asked.swap(asked_);
+    syncSteady();
     for (const Asked& q : asked) {
         dbus_pending_call_block(q.call);
         DBusMessage* reply = dbus_pending_call_steal_reply(q.call);
@@ -133,8 +212,15 @@ void TurnExtents::collect() {
                     dbus_message_iter_get_basic(&rect, &v[i]);
             }
             // Unknown (unrealized widgets) and malformed answers are left to the ordinary read.
-            if (v[2] >= 0 && v[3] >= 0 && v[0] != INT_MIN && v[1] != INT_MIN)
-                remember(q.acc, Rect(v[0], v[1], v[2], v[3]));
+            if (v[2] >= 0 && v[3] >= 0 && v[0] != INT_MIN && v[1] != INT_MIN) {
+                const Rect r(v[0], v[1], v[2], v[3]);
+                remember(q.acc, r);
+                // An answer given before something moved is not kept past this turn: the
+                // answers come on the application's own connection, its word of the move
+                // through the bus, in no set order.
+                if (q.ancestor && q.generation == steadyGeneration_ && q.forgets == forgets_)
+                    keepSteady(q.acc, r);
+            }
         } else if (reply && dbus_message_get_error_name(reply) &&
                    std::strcmp(dbus_message_get_error_name(reply), DBUS_ERROR_NO_REPLY) == 0) {
             enterCurrentTurn();

@@ -25,8 +25,8 @@ X11Displays::X11Displays(Display* display, Display* pointer, MainLoop& loop)
     // Top-level windows (window manager frames) moving and resizing.
     XSelectInput(dpy_, DefaultRootWindow(dpy_), SubstructureNotifyMask);
     readLayout();
-    watch_ =
-        loop_.watchFd(ConnectionNumber(dpy_), kFdReadable, [this](int, short) { drainEvents(); });
+    watch_ = loop_.watchFd(ConnectionNumber(dpy_), kFdReadable,
+                           [this](int, short) { drainEvents(false); });
 }
 
 X11Displays::~X11Displays() {
@@ -35,7 +35,12 @@ X11Displays::~X11Displays() {
     XCloseDisplay(dpy_);
 }
 
-void X11Displays::drainEvents() {
+uint64_t X11Displays::topLevelGeneration() {
+    if (XEventsQueued(dpy_, QueuedAfterReading) > 0) drainEvents(true);
+    return topLevelGeneration_;
+}
+
+void X11Displays::drainEvents(bool deferCallbacks) {
     bool changed = false;
     std::vector<unsigned long> reshaped;
     const Window root = DefaultRootWindow(dpy_);
@@ -45,26 +50,41 @@ void X11Displays::drainEvents() {
         if (rrEventBase_ >= 0 && ev.type == rrEventBase_ + RRScreenChangeNotify) {
             XRRUpdateConfiguration(&ev);
             changed = true;
+            ++topLevelGeneration_;
         } else if (ev.type == ConfigureNotify && ev.xconfigure.event == root) {
             const XConfigureEvent& c = ev.xconfigure;
             const Rect r(c.x, c.y, c.width, c.height);
             auto [it, added] = topLevels_.try_emplace(c.window, r);
             // Restacking sends the same geometry again.
-            if (added || it->second != r) reshaped.push_back(c.window);
+            if (added || it->second != r) {
+                reshaped.push_back(c.window);
+                ++topLevelGeneration_;
+            }
             it->second = r;
         } else if (ev.type == DestroyNotify && ev.xdestroywindow.event == root) {
             topLevels_.erase(ev.xdestroywindow.window);
+            ++topLevelGeneration_;
+        } else if ((ev.type == MapNotify || ev.type == UnmapNotify || ev.type == ReparentNotify ||
+                    ev.type == GravityNotify) &&
+                   ev.xany.window == root) {
+            ++topLevelGeneration_;
         }
     }
-    if (changed) {
-        readLayout();
-        if (onLayoutChanged) onLayoutChanged();
-    }
-    if (!reshaped.empty() && onFocusedWindowMoved) {
+    if (changed) readLayout();
+    const bool moved = !reshaped.empty() && onFocusedWindowMoved && [&] {
         const unsigned long focused = focusedTopLevel();
-        if (focused && std::find(reshaped.begin(), reshaped.end(), focused) != reshaped.end())
-            onFocusedWindowMoved();
-    }
+        return focused && std::find(reshaped.begin(), reshaped.end(), focused) != reshaped.end();
+    }();
+    if (!changed && !moved) return;
+    auto tell = [this, changed, moved] {
+        if (changed && onLayoutChanged) onLayoutChanged();
+        if (moved && onFocusedWindowMoved) onFocusedWindowMoved();
+    };
+    if (!deferCallbacks) return tell();
+    std::weak_ptr<bool> alive = alive_;
+    loop_.post([alive, tell] {
+        if (alive.lock()) tell();
+    });
 }
 
 unsigned long X11Displays::focusedTopLevel() {

@@ -41,6 +41,10 @@ class X11Displays final : public Displays {
     // Called when the top-level window that holds the keyboard focus moved or changed size (GTK
     // says nothing over AT-SPI when a window moves); once per batch of X events.
     std::function<void()> onFocusedWindowMoved;
+    // A number that changes whenever a top-level window was mapped, unmapped, moved or resized,
+    // or the layout changed, as far as the X server has told so far (events already received
+    // are taken in; callbacks they call for run on a later turn). Main thread.
+    uint64_t topLevelGeneration();
     // The child of the root window that holds `window`, or 0 (also when `window` is gone: any
     // window may be destroyed between two requests, and that must not end the process).
     unsigned long topLevelOf(unsigned long window);
@@ -48,7 +52,8 @@ class X11Displays final : public Displays {
   private:
     X11Displays(Display* display, Display* pointer, MainLoop& loop);
     void readLayout();
-    void drainEvents();
+    // `deferCallbacks`: called from inside other work, the callbacks run on a later turn.
+    void drainEvents(bool deferCallbacks);
     Monitor mainMonitor() const;  // lock held
     // The child of the root window that contains the X input focus, or 0.
     unsigned long focusedTopLevel();
@@ -62,6 +67,8 @@ class X11Displays final : public Displays {
     std::vector<Monitor> monitors_;  // main first
     // Geometry of the root's children as ConfigureNotify last gave it.
     std::unordered_map<unsigned long, Rect> topLevels_;
+    uint64_t topLevelGeneration_ = 0;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace orv::linuxdesk
