@@ -496,6 +496,14 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
             return found;
         }
     }
+    // A focus-in waiting for the next turn is newer than anything held: GTK shows the focused
+    // state only from a later idle, so a search in between finds nothing.
+    for (auto it = pending_.rbegin(); it != pending_.rend(); ++it) {
+        if (it->kind != EventKind::Focused && it->kind != EventKind::Unfocused) continue;
+        if (it->source->busName() != app.bus) continue;
+        if (it->kind == EventKind::Focused) return it->source;
+        break;
+    }
     if (announced) {
         // GtkListBox announces a row focused before the row takes focus, and in between nothing
         // in the window shows the state: the announcement stands until something else does.

@@ -117,6 +117,19 @@ TEST_F(LinuxDesktopTest, AFocusFoundByAReadBeforeItsFocusInIsStillTold) {
     focus("First");
     ASSERT_TRUE(
         waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    // The new window may take a moment to become active; until then GTK moves its focus widget
+    // without any widget showing the focused state.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AtspiAccessible* raw = linuxdesk::asAtspi(first)->accessible();
+            atspi_accessible_clear_cache(raw);
+            AtspiStateSet* states = atspi_accessible_get_state_set(raw);
+            const bool has = states && atspi_state_set_contains(states, ATSPI_STATE_FOCUSED);
+            if (states) g_object_unref(states);
+            return has;
+        },
+        5))
+        << "the window never became active";
     int toldSecond = 0;
     AXObserverRef observer;
     ASSERT_EQ(ax().createObserver(
