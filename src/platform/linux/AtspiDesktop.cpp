@@ -621,7 +621,8 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
                 kind == EventKind::WindowCreate || kind == EventKind::Defunct)) {
         geometryChanged(busNameOf(event->source));
     }
-    queue(Pending{kind, AtspiElement::make(event->source), AtspiElement::make(other)});
+    Pending ev{kind, AtspiElement::make(event->source), AtspiElement::make(other)};
+    if (!takenInAtOnce(ev)) queue(std::move(ev));
 }
 
 bool AtspiDesktop::hearsMoves(const std::string& bus) const {
@@ -679,22 +680,50 @@ void AtspiDesktop::notify(const std::string& bus, const std::string& notificatio
     }
 }
 
+bool AtspiDesktop::repeatedFocusIn(AppInfo& app, const Pending& ev) {
+    // GTK sends each focus-in twice, the second from an idle callback: after a focus-out when
+    // the focus left the widget for nothing at once. That one is stale.
+    if (app.focusLive && app.focus && app.focus->equals(*ev.source) && !app.focusContainer &&
+        app.toldFocus && app.toldFocus->equals(*ev.source))
+        return true;
+    if (app.lastFocusIn && app.lastFocusIn->equals(*ev.source) &&
+        ev.at - app.lastFocusInAt < kSecondAnnouncement) {
+        ++stats_.staleFocusIns;
+        return true;
+    }
+    return false;
+}
+
+void AtspiDesktop::focusLeft(AppInfo& app, const AtspiElement& source) {
+    const AtspiElementRef& held = app.focusContainer ? app.focusContainer : app.focus;
+    if (held && held->equals(source)) {
+        app.focusLive = false;
+        app.searched = false;
+        app.resumeFocus = false;
+    }
+}
+
+bool AtspiDesktop::takenInAtOnce(const Pending& ev) {
+    if (!pending_.empty() || flushScheduled_ || !held_.empty() || !found_.empty()) return false;
+    auto app = apps_.find(ev.source->busName());
+    switch (ev.kind) {
+        case EventKind::Unfocused:
+            if (app != apps_.end()) focusLeft(app->second, *ev.source);
+            return true;
+        case EventKind::Focused:
+            return app != apps_.end() && repeatedFocusIn(app->second, ev);
+        default:
+            return false;
+    }
+}
+
 void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
     const std::string& bus = ev.source->busName();
     switch (ev.kind) {
         case EventKind::Focused: {
             AppInfo* app = appForBus(bus);
             if (!app) return;
-            // GTK sends each focus-in twice, the second from an idle callback: after a focus-out
-            // when the focus left the widget for nothing at once. That one is stale.
-            if (app->focusLive && app->focus && app->focus->equals(*ev.source) &&
-                !app->focusContainer && app->toldFocus && app->toldFocus->equals(*ev.source))
-                return;
-            if (app->lastFocusIn && app->lastFocusIn->equals(*ev.source) &&
-                ev.at - app->lastFocusInAt < kSecondAnnouncement) {
-                ++stats_.staleFocusIns;
-                return;
-            }
+            if (repeatedFocusIn(*app, ev)) return;
             app->lastFocusIn = ev.source;
             app->lastFocusInAt = ev.at;
             app->focus = ev.source;
@@ -716,14 +745,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         }
         case EventKind::Unfocused: {
             auto it = apps_.find(bus);
-            if (it == apps_.end()) return;
-            AppInfo& app = it->second;
-            const AtspiElementRef& held = app.focusContainer ? app.focusContainer : app.focus;
-            if (held && held->equals(*ev.source)) {
-                app.focusLive = false;
-                app.searched = false;
-                app.resumeFocus = false;
-            }
+            if (it != apps_.end()) focusLeft(it->second, *ev.source);
             return;
         }
         case EventKind::ActiveDescendant: {

@@ -169,6 +169,11 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void scheduleFlush();
     void flush();
     void process(Pending& ev, std::vector<Delivery>& out);
+    // With nothing else waiting to be handled, an event that delivers nothing (a focus-out, a
+    // repeated focus-in) is taken in as it arrives: a turn of the loop fewer for each.
+    bool takenInAtOnce(const Pending& ev);
+    bool repeatedFocusIn(AppInfo& app, const Pending& ev);
+    void focusLeft(AppInfo& app, const AtspiElement& source);
     void notify(const std::string& bus, const std::string& notification,
                 const AtspiElementRef& element, std::vector<Delivery>& out);
     void setFrontmost(AppInfo* app);
