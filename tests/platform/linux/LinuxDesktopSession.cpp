@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "platform/linux/AtspiDesktop.h"
+#include "platform/linux/LinuxPlatform.h"
 
 extern char** environ;
 
@@ -65,6 +66,20 @@ bool waitUntil(Platform& platform, const std::function<bool()>& condition, doubl
     loop.run();
     timer->invalidate();
     return met;
+}
+
+bool waitForQuiet(Platform& platform, const std::function<uint64_t()>& count, double quiet,
+                  double seconds) {
+    uint64_t seen = count();
+    double since = platform.loop->now();
+    return waitUntil(
+        platform,
+        [&] {
+            const double now = platform.loop->now();
+            if (count() != seen) seen = count(), since = now;
+            return now - since >= quiet;
+        },
+        seconds);
 }
 
 TestApp::~TestApp() {
@@ -125,6 +140,19 @@ bool TestApp::start(std::string* why, const std::vector<std::string>& extraArgs)
         *why = "the test application did not appear on the accessibility desktop with focus";
         return false;
     }
+    // Tests start once the window is active and what its activation set off is handled: on a
+    // loaded machine a late activation or focus-in would pass for the test's own.
+    auto front = [&] {
+        auto f = platform_.workspace->frontmostApplication();
+        return f && f->pid == pid_;
+    };
+    if (!waitUntil(platform_, front, 10)) {
+        *why = "the test application's window did not become active";
+        return false;
+    }
+    if (auto desktop = linuxdesk::atspiDesktopOf(platform_))
+        waitForQuiet(
+            platform_, [&] { return desktop->stats().events; }, 0.2, 5);
     return true;
 #endif
 }

@@ -49,6 +49,9 @@ class TestApp {
 };
 
 bool waitUntil(Platform& platform, const std::function<bool()>& condition, double seconds);
+// Runs the loop until `count` has not changed for `quiet` seconds (at most `seconds` in all).
+bool waitForQuiet(Platform& platform, const std::function<uint64_t()>& count, double quiet,
+                  double seconds);
 
 class LinuxDesktopTest : public ::testing::Test, public contract::ContractDesktop {
   protected:

@@ -11,6 +11,7 @@
  *                   then write "done"
  *   move X Y        move the window
  *   text STRING     replace the text field's contents
+ *   sync            write "synced" once everything GTK had to do, idle callbacks included, is done
  *   quit            end
  * Options: --cycle MS starts an endless cycle at once; --no-stdin ignores standard input (and
  * does not end when it closes); --report writes on standard output, for every focus change,
@@ -140,6 +141,13 @@ static gboolean grab_later(gpointer data) {
     return G_SOURCE_REMOVE;
 }
 
+static gboolean synced(gpointer data) {
+    (void)data;
+    printf("synced\n");
+    fflush(stdout);
+    return G_SOURCE_REMOVE;
+}
+
 static void handle(const char *line) {
     if (g_str_has_prefix(line, "focus ")) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 6);
@@ -167,6 +175,8 @@ static void handle(const char *line) {
         if (sscanf(line + 5, "%d %d", &x, &y) == 2) gtk_window_move(GTK_WINDOW(window), x, y);
     } else if (g_str_has_prefix(line, "text ")) {
         gtk_entry_set_text(GTK_ENTRY(entry), line + 5);
+    } else if (strcmp(line, "sync") == 0) {
+        g_idle_add_full(G_PRIORITY_LOW, synced, NULL, NULL);
     } else if (strcmp(line, "quit") == 0) {
         gtk_main_quit();
     }
