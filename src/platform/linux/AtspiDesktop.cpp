@@ -704,7 +704,8 @@ void AtspiDesktop::focusLeft(AppInfo& app, const AtspiElement& source) {
 }
 
 bool AtspiDesktop::takenInAtOnce(const Pending& ev) {
-    if (!pending_.empty() || flushScheduled_ || !held_.empty() || !found_.empty()) return false;
+    if (flushing_ || !pending_.empty() || flushScheduled_ || !held_.empty() || !found_.empty())
+        return false;
     auto app = apps_.find(ev.source->busName());
     switch (ev.kind) {
         case EventKind::Unfocused:
@@ -883,6 +884,9 @@ void AtspiDesktop::flush() {
     flushScheduled_ = false;
     std::vector<Pending> batch;
     batch.swap(pending_);
+    // Events libatspi dispatches inside the calls made from here wait for the next batch.
+    const bool outerFlush = flushing_;
+    flushing_ = true;
     // State first, for the whole batch, so that observers reading back see where things ended.
     std::vector<Delivery> out = std::move(held_);
     held_.clear();
@@ -914,6 +918,7 @@ void AtspiDesktop::flush() {
                     }
                 });
             }
+            flushing_ = outerFlush;
             return;
         }
         awaitingFocusOf_.clear();
@@ -939,6 +944,7 @@ void AtspiDesktop::flush() {
             OrvLogger::addErrorMessage("Unhandled error in AT-SPI delivery");
         }
     }
+    flushing_ = outerFlush;
 }
 
 // --- Observer ---------------------------------------------------------------------------------

@@ -169,8 +169,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void scheduleFlush();
     void flush();
     void process(Pending& ev, std::vector<Delivery>& out);
-    // With nothing else waiting to be handled, an event that delivers nothing (a focus-out, a
-    // repeated focus-in) is taken in as it arrives: a turn of the loop fewer for each.
+    // With nothing else waiting or being handled, an event that delivers nothing (a focus-out,
+    // a repeated focus-in) is taken in as it arrives: a turn of the loop fewer for each.
     bool takenInAtOnce(const Pending& ev);
     bool repeatedFocusIn(AppInfo& app, const Pending& ev);
     void focusLeft(AppInfo& app, const AtspiElement& source);
@@ -202,6 +202,7 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     std::unordered_map<std::string, Rect> lastBounds_;
     std::vector<Pending> pending_;
     bool flushScheduled_ = false;
+    bool flushing_ = false;  // a batch is being handled or delivered
     // Deliveries held back after a window activation until its application's focus is known
     // (GTK tells of the focus widget a moment after the window), at most until `holdUntil_`.
     std::vector<Delivery> held_;

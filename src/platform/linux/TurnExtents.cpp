@@ -169,8 +169,9 @@ void TurnExtents::request(AtspiAccessible* acc, int timeoutMs) {
             steady_.erase(kept);
         }
     }
+    // A top-level change the X server has told of by now forgets what is kept, and so counts
+    // against the answers asked for here.
     syncSteady();
-    const uint64_t generation = steadyGeneration_;
     for (int depth = 0; acc && depth < kChain; ++depth, acc = knownParent(acc)) {
         AtspiObject* obj = ATSPI_OBJECT(acc);
         if (!obj->app || !obj->app->bus || !obj->path || std::strcmp(obj->path, kRootPath) == 0)
@@ -185,8 +186,8 @@ void TurnExtents::request(AtspiAccessible* acc, int timeoutMs) {
         dbus_message_append_args(m, DBUS_TYPE_UINT32, &coords, DBUS_TYPE_INVALID);
         DBusPendingCall* call = nullptr;
         if (dbus_connection_send_with_reply(obj->app->bus, m, &call, timeoutMs) && call) {
-            asked_.push_back(Asked{static_cast<AtspiAccessible*>(g_object_ref(acc)), call,
-                                   depth > 0, generation, forgets_});
+            asked_.push_back(
+                Asked{static_cast<AtspiAccessible*>(g_object_ref(acc)), call, depth > 0, forgets_});
             ++requests_;
         }
         dbus_message_unref(m);
@@ -218,8 +219,7 @@ void TurnExtents::collect() {
                 // An answer given before something moved is not kept past this turn: the
                 // answers come on the application's own connection, its word of the move
                 // through the bus, in no set order.
-                if (q.ancestor && q.generation == steadyGeneration_ && q.forgets == forgets_)
-                    keepSteady(q.acc, r);
+                if (q.ancestor && q.forgets == forgets_) keepSteady(q.acc, r);
             }
         } else if (reply && dbus_message_get_error_name(reply) &&
                    std::strcmp(dbus_message_get_error_name(reply), DBUS_ERROR_NO_REPLY) == 0) {

@@ -80,8 +80,8 @@ class TurnExtents {
         AtspiAccessible* acc;  // one reference held
         DBusPendingCall* call;
         bool ancestor;
-        uint64_t generation;  // of the top-level windows when asked
-        uint64_t forgets;     // forgetSteady calls before it was asked
+        // forgetSteady calls (a top-level change among them) before it was asked.
+        uint64_t forgets;
     };
     struct Steady {
         AtspiAccessible* acc;  // one reference held
