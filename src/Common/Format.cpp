@@ -1,5 +1,6 @@
 #include "Common/Format.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -198,6 +199,83 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
         }
     }
     return out;
+}
+
+namespace {
+
+// Length of the UTF-8 sequence starting at s[i] and its code point, or 0 when it is not one.
+size_t utf8At(std::string_view s, size_t i, char32_t* cp) {
+    const auto b = static_cast<unsigned char>(s[i]);
+    size_t n = b >= 0xf0 && b <= 0xf4 ? 4 : b >= 0xe0 ? 3 : b >= 0xc2 && b < 0xe0 ? 2 : 0;
+    if (n == 0 || i + n > s.size()) return 0;
+    char32_t c = b & (0xff >> (n + 1));
+    for (size_t k = 1; k < n; ++k) {
+        const auto t = static_cast<unsigned char>(s[i + k]);
+        if ((t & 0xc0) != 0x80) return 0;
+        c = (c << 6) | (t & 0x3f);
+    }
+    // Overlong forms, surrogates and values past Unicode are not text.
+    if ((n == 3 && c < 0x800) || (n == 4 && (c < 0x10000 || c > 0x10ffff)) ||
+        (c >= 0xd800 && c <= 0xdfff))
+        return 0;
+    *cp = c;
+    return n;
+}
+
+// Characters a terminal shows as nothing or uses to reorder what follows.
+bool invisible(char32_t c) {
+    return (c >= 0x80 && c < 0xa0) || c == 0xad || (c >= 0x200b && c <= 0x200f) ||
+           (c >= 0x2028 && c <= 0x202e) || (c >= 0x2060 && c <= 0x2069) || c == 0xfeff;
+}
+
+std::string escaped(std::string_view text, size_t maxBytes) {
+    std::string out;
+    out.reserve(std::min(text.size(), maxBytes) + 8);
+    size_t i = 0;
+    while (i < text.size()) {
+        std::string piece;
+        size_t used = 1;
+        const auto b = static_cast<unsigned char>(text[i]);
+        char32_t cp = 0;
+        char buf[16];
+        if (b >= 0x20 && b < 0x7f) {
+            piece.assign(1, static_cast<char>(b));
+        } else if (b == '\n') {
+            piece = "\\n";
+        } else if (b == '\r') {
+            piece = "\\r";
+        } else if (b == '\t') {
+            piece = "\\t";
+        } else if (b >= 0x80 && (used = utf8At(text, i, &cp)) != 0) {
+            if (invisible(cp)) {
+                std::snprintf(buf, sizeof buf, "\\u{%x}", static_cast<unsigned>(cp));
+                piece = buf;
+            } else {
+                piece.assign(text.substr(i, used));
+            }
+        } else {
+            used = 1;
+            std::snprintf(buf, sizeof buf, "\\x%02x", b);
+            piece = buf;
+        }
+        if (out.size() + piece.size() > maxBytes) {
+            out += "... (" + std::to_string(text.size() - i) + " more bytes)";
+            return out;
+        }
+        out += piece;
+        i += used;
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string outsideText(std::string_view text, size_t maxBytes) {
+    return escaped(text, maxBytes);
+}
+
+std::string escapeUnprintable(std::string_view text) {
+    return escaped(text, static_cast<size_t>(-1));
 }
 
 }  // namespace orv

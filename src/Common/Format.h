@@ -86,4 +86,13 @@ std::string format(std::string_view fmt, A&&... args) {
 // Shortest text that reads back as the same number: "100", "0.5", "830.25".
 std::string formatNumber(double v);
 
+// Text that came from outside (a file, a datagram, an application) made safe for one line of a
+// message: control bytes, bytes that are not UTF-8 and invisible or direction-changing characters
+// are written as escapes (\n, \x1b, \u{feff}), and what passes maxBytes is cut with a note of how
+// much was left out. A NUL no longer ends the message.
+std::string outsideText(std::string_view text, size_t maxBytes = 160);
+
+// The same escapes without the cut: what a log sink writes, so one message is one line.
+std::string escapeUnprintable(std::string_view text);
+
 }  // namespace orv

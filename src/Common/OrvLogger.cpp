@@ -81,8 +81,9 @@ std::shared_ptr<LogSink> systemLogSink() {
     return sinkSlot();
 }
 
+// Whatever a message carries from outside, it reaches the sink as one line of plain text.
 void systemLog(const std::string& line) {
-    if (auto sink = systemLogSink()) sink->writeLine(line);
+    if (auto sink = systemLogSink()) sink->writeLine(escapeUnprintable(line));
 }
 
 OrvLoggerInstance& OrvLogger::instance() {

@@ -41,6 +41,34 @@ TEST(Format, NeverReadsPastItsArguments) {
     EXPECT_EQ(format("%d", "text"), "0");
 }
 
+TEST(Format, OutsideTextIsEscapedAndCut) {
+    using namespace std::string_literals;
+    EXPECT_EQ(outsideText("plain caf\xc3\xa9"), "plain caf\xc3\xa9");
+    EXPECT_EQ(outsideText("a\nb\tc\x1b[2J"), "a\\nb\\tc\\x1b[2J");
+    EXPECT_EQ(outsideText("nul\0after"s), "nul\\x00after");
+    EXPECT_EQ(outsideText("\xef\xbb\xbf" "bom"), "\\u{feff}bom");
+    EXPECT_EQ(outsideText("\xe2\x80\xae" "evil"), "\\u{202e}evil");
+    // Broken, overlong and truncated sequences are bytes, not text.
+    EXPECT_EQ(outsideText("\xc0\xaf\xe2\x82"), "\\xc0\\xaf\\xe2\\x82");
+    EXPECT_EQ(outsideText("\xc2\x85"), "\\u{85}");
+
+    const std::string big(10'000'000, 'x');
+    const std::string cut = outsideText(big, 40);
+    EXPECT_EQ(cut, std::string(40, 'x') + "... (9999960 more bytes)");
+    // A multi-byte character or an escape is never cut in half.
+    EXPECT_EQ(outsideText("ab\xc3\xa9", 3), "ab... (2 more bytes)");
+    EXPECT_EQ(outsideText("ab\n", 3), "ab... (1 more bytes)");
+}
+
+TEST(Logger, AForgedNewlineStaysInsideItsLine) {
+    test::LogCapture cap(3);
+    OrvLogger::addInfoMessageWithFormat("got %@", "x\n2026-01-01 00:00:00.000 agent[1] (error) forged");
+    systemLog("plain\rline\x07");
+    ASSERT_EQ(cap.count(), 2u);
+    EXPECT_EQ(cap.lines()[0], "(info) got x\\n2026-01-01 00:00:00.000 agent[1] (error) forged");
+    EXPECT_EQ(cap.lines()[1], "plain\\rline\\x07");
+}
+
 TEST(Logger, FiltersByVerbosityWithLevelPrefixes) {
     test::LogCapture cap(1);
     EXPECT_FALSE(OrvLogger::infoMessageIsLogged());
