@@ -206,13 +206,9 @@ void GCDAsyncUdpSocket::assertOnSocketQueue() const {
 template <typename F>
 void GCDAsyncUdpSocket::notifyDelegate(F&& call) {
     if (!delegateQueue_) return;
-    std::weak_ptr<GCDAsyncUdpSocket> weakSelf = weak_from_this();
-    std::weak_ptr<GCDAsyncUdpSocketDelegate> weakDelegate = delegate_;
-    delegateQueue_->post([weakSelf, weakDelegate, call = std::forward<F>(call)]() mutable {
-        auto self = weakSelf.lock();
-        auto delegate = weakDelegate.lock();
-        if (self && delegate) call(*delegate, *self);
-    });
+    DelegateEvent event;
+    event.call = std::forward<F>(call);
+    enqueueDelegateEvent(std::move(event));
 }
 
 void GCDAsyncUdpSocket::workerMain() {
@@ -305,12 +301,8 @@ void GCDAsyncUdpSocket::readDatagrams() {
             closeWithError(&err);
             return;
         }
-        std::vector<uint8_t> data(receiveBuffer_.begin(), receiveBuffer_.begin() + got);
-        SocketAddress address = toBytes(reinterpret_cast<sockaddr*>(&from), fromLen);
-        notifyDelegate([data = std::move(data), address = std::move(address)](
-                           GCDAsyncUdpSocketDelegate& d, GCDAsyncUdpSocket& s) {
-            d.udpSocketDidReceiveData(s, data, address, std::any());
-        });
+        notifyReceived(receiveBuffer_.data(), static_cast<size_t>(got),
+                       toBytes(reinterpret_cast<sockaddr*>(&from), fromLen));
     }
 }
 

@@ -2,7 +2,10 @@
 
 // Asynchronous UDP endpoint on POSIX sockets. All socket work runs on the endpoint's serial socket
 // queue: its own worker thread, or a sender's thread for a send that finds the queue idle; every
-// event reaches the delegate on the delegate queue, a main loop chosen by the owner.
+// event reaches the delegate on the delegate queue, a main loop chosen by the owner. Events wait
+// for that loop in one ordered queue of the endpoint's, with at most one delivery task posted;
+// received datagrams in it are bounded, so a flood while the loop is busy costs a counted drop,
+// not memory.
 
 #include <poll.h>
 
@@ -107,6 +110,22 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
     // Closes now, dropping queued sends; did-close follows with no error if anything was open.
     void close();
 
+    // What received datagrams may hold while they wait for the delegate queue; a datagram that
+    // does not fit is dropped and counted, and the count is logged once the queue runs again.
+    static constexpr size_t kMaxWaitingDatagrams = 256;
+    static constexpr size_t kMaxWaitingBytes = 4 * 1024 * 1024;  // payload bytes
+
+    struct ReceiveQueueStats {
+        uint64_t received = 0;  // read off the socket since the endpoint was made, kept or not
+        size_t waiting = 0;     // received, not yet handed to the delegate
+        size_t waitingBytes = 0;
+        size_t peakWaiting = 0;  // the most there ever were at once
+        size_t peakWaitingBytes = 0;
+        uint64_t dropped = 0;  // since the endpoint was made
+        uint64_t droppedBytes = 0;
+    };
+    ReceiveQueueStats receiveQueueStats() const;
+
     bool isConnected() const;
     bool isClosed() const;
     // The bound local port, 0 when there is no socket yet.
@@ -119,6 +138,12 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
   private:
     struct Send;
     struct Resolved;
+    // One event waiting for the delegate queue: a call, or (call empty) a received datagram.
+    struct DelegateEvent {
+        std::function<void(GCDAsyncUdpSocketDelegate&, GCDAsyncUdpSocket&)> call;
+        std::vector<uint8_t> data;
+        SocketAddress from;
+    };
 
     void workerMain();
     void runOnQueue(std::function<void()> task);
@@ -151,6 +176,12 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
 
     template <typename F>
     void notifyDelegate(F&& call);
+    // Socket queue: a datagram for the delegate, or a counted drop when the bound is reached.
+    void notifyReceived(const uint8_t* data, size_t length, SocketAddress from);
+    void enqueueDelegateEvent(DelegateEvent event);
+    void postDelegateDrain();
+    // Delegate queue: hands over what waits, at most what was there when the turn began.
+    static void drainDelegateEvents(const std::weak_ptr<GCDAsyncUdpSocket>& weakSelf);
 
     std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate_;
     std::shared_ptr<MainLoop> delegateQueue_;
@@ -182,6 +213,16 @@ class GCDAsyncUdpSocket : public std::enable_shared_from_this<GCDAsyncUdpSocket>
 
     // Snapshot readable from any thread.
     std::atomic<bool> connectedFlag_{false};
+
+    // Events for the delegate queue, in the order they happened (guarded by eventsMutex_).
+    mutable std::mutex eventsMutex_;
+    std::deque<DelegateEvent> events_;
+    bool drainPosted_ = false;
+    // The queue grew past a few events since its storage was last given back.
+    bool eventsGrew_ = false;
+    ReceiveQueueStats receiveStats_;
+    uint64_t unreportedDrops_ = 0;
+    uint64_t unreportedDropBytes_ = 0;
 };
 
 }  // namespace orv

@@ -48,12 +48,19 @@ void ORVCommDictionary::remove(std::string_view key) {
 }
 
 std::string ORVCommDictionary::description() const {
+    // Keys and values come from the other side of the link and this text goes into messages:
+    // each is escaped and cut, and a reply of thousands of pairs shows only its first ones.
+    constexpr size_t kMaxDescriptionBytes = 1024;
     std::string out = "{";
-    for (const auto& [k, v] : entries_) {
-        if (out.size() > 1) out += "; ";
-        out += k;
+    for (size_t i = 0; i < entries_.size(); ++i) {
+        if (out.size() > kMaxDescriptionBytes) {
+            out += format("; ... (%@ more entries)", entries_.size() - i);
+            break;
+        }
+        if (i > 0) out += "; ";
+        out += outsideText(entries_[i].first);
         out += " = ";
-        out += v;
+        out += outsideText(entries_[i].second);
     }
     out += "}";
     return out;
@@ -170,8 +177,9 @@ ORVCommPkt::ReplyHandler ORVCommPkt::replyHandler() const {
 }
 
 std::string ORVCommPkt::description() const {
+    // A received packet's identifier is whatever the sender put there.
     return format("<%s: %p requestId:%@ opCode:%i>", className(), static_cast<const void*>(this),
-                  requestId(), opCode());
+                  outsideText(requestId()), opCode());
 }
 
 // ---- encoding ---------------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Common/Format.h"
 #include "Common/NotificationCenter.h"
 #include "Common/ORVCommAssert.h"
 #include "Common/OrvLogger.h"
@@ -344,7 +345,7 @@ void ORVCommunicationHub::processRequestDatagram(ORVCommBytes data, const Socket
     if (!kind) {
         if (fields.size() > 1)
             OrvLogger::addWarningMessageWithFormat("WARNING: Unhandled request code received: %@",
-                                                   fields[1]);
+                                                   outsideText(fields[1]));
         else
             OrvLogger::addWarningMessageWithFormat("WARNING: Unhandled request code received: %@",
                                                    nullptr);

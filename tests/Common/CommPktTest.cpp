@@ -139,6 +139,29 @@ TEST(CommPkt, ReplyDictionaryPairsFieldsAfterTheIdentifier) {
     EXPECT_EQ(ORVCommPkt::stringFromReplyDictionary(D()), "");
 }
 
+// Descriptions go into log messages; what the other side sent must not forge lines or flood them.
+TEST(CommPkt, DescriptionsOfReceivedTextAreOneBoundedLine) {
+    const std::string forged = "\n(error) forged" + std::string(20000, 'A');
+    const std::string text = "x" + forged + ":4120017";
+    auto packet = ORVCommKinds::forCode(4120017)->newFrom(
+        {}, ORVCommBytes(text.begin(), text.end()), orvCommSplitFields(text)[0]);
+    const std::string described = packet->description();
+    EXPECT_EQ(described.rfind("<ORVCommKeepAlive: 0x", 0), 0u) << described;
+    EXPECT_NE(described.find("requestId:x\\n(error) forged"), std::string::npos) << described;
+    EXPECT_LT(described.size(), 300u);
+
+    ORVCommFields reply = {"+id", "status\x1b[2J", "OK" + forged};
+    for (int i = 0; i < 1000; ++i) reply.insert(reply.end(), {"k" + std::to_string(i), "v"});
+    const std::string dict = ORVCommPkt::dictionaryFromReplyComponents(reply).description();
+    EXPECT_EQ(dict.rfind("{status\\x1b[2J = OK\\n(error) forged", 0), 0u) << dict;
+    EXPECT_EQ(dict.find_first_of("\n\x1b"), std::string::npos);
+    EXPECT_LT(dict.size(), 1400u);
+    EXPECT_NE(dict.find("more entries)}"), std::string::npos);
+    // Plain replies read as before.
+    EXPECT_EQ((ORVCommDictionary{{"status", "OK"}, {"a", "1"}}).description(),
+              "{status = OK; a = 1}");
+}
+
 TEST(CommPkt, RequestCodeTable) {
     EXPECT_EQ(ORVCommDisableFullscreen::create()->opCode(), 4120006);
     EXPECT_EQ(ORVCommKinds::forCode(4120006)->name, std::string("ORVCommEnableFullscreen"));

@@ -97,6 +97,22 @@ TEST_F(HubTest, UnknownCodesAndMalformedDatagramsOnlyWarn) {
     EXPECT_EQ(env.log.count(), bad.size());
 }
 
+TEST_F(HubTest, ForgedLineAndHugeTokenInADatagramMakeOneBoundedLogLine) {
+    auto hub = connectedClient();
+    env.log.clear();
+    const std::string forged = "(error) Lost communication to visor - shutting down.";
+    peer.reply("ORVCommReq00000009:4120099\n" + forged + std::string(60000, 'A'));
+    ASSERT_TRUE(env.waitFor([&] { return env.log.countContaining(kUnhandled) == 1; }));
+    drainPeerDatagrams(peer);
+    ASSERT_EQ(env.log.count(), 2u);  // the warning and the marker's
+    const std::string line = env.log.lines()[0];
+    EXPECT_NE(line.find(": 4120099\\n" + forged), std::string::npos) << line;
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    EXPECT_LT(line.size(), 400u);
+    EXPECT_NE(line.find("more bytes)"), std::string::npos) << line;
+    EXPECT_EQ(env.app->terminateCount, 0);
+}
+
 TEST_F(HubTest, RepliesMatchTheLastPacketWithTheIdentifier) {
     auto hub = connectedClient();
     std::vector<std::string> order;
