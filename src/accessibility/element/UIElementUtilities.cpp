@@ -1,5 +1,7 @@
 #include "accessibility/element/UIElementUtilities.h"
 
+#include <algorithm>
+
 #include "Common/Format.h"
 #include "Common/OrvLogger.h"
 #include "platform/Platform.h"
@@ -9,6 +11,40 @@ namespace orv {
 namespace {
 Displays& installedDisplays() {
     return *platform().displays;
+}
+
+double overlapArea(const Rect& a, const Rect& b) {
+    const Rect common = a.intersection(b);
+    return common.isNull() ? 0 : common.size.width * common.size.height;
+}
+
+// Squared length of the shortest line between the two; 0 when they touch or overlap.
+double gapSquared(const Rect& a, const Rect& b) {
+    const double dx = std::max({0.0, b.minX() - a.maxX(), a.minX() - b.maxX()});
+    const double dy = std::max({0.0, b.minY() - a.maxY(), a.minY() - b.maxY()});
+    return dx * dx + dy * dy;
+}
+
+// Whether a rectangle whose origin lies on no display belongs to the main display: the display
+// holding most of it, or, when it covers none, the one nearest to it; ties go to the main one.
+// The screens stand for the displays (main first): the secondaries' bounds are their frames
+// flipped back against the main display's height.
+bool nearestDisplayIsMain(Displays& displays, const Rect& rect, const Rect& mainBounds) {
+    const double mainHeight = mainBounds.size.height;
+    double mostArea = overlapArea(rect, mainBounds);
+    double leastGap = gapSquared(rect, mainBounds);
+    bool mostOnMain = true, nearestIsMain = true;
+    const auto frames = displays.screenFrames();
+    for (size_t i = 1; i < frames.size(); ++i) {
+        const Rect& f = frames[i];
+        const Rect bounds(f.origin.x, mainHeight - (f.origin.y + f.size.height), f.size.width,
+                          f.size.height);
+        if (const double area = overlapArea(rect, bounds); area > mostArea)
+            mostArea = area, mostOnMain = false;
+        if (const double gap = gapSquared(rect, bounds); gap < leastGap)
+            leastGap = gap, nearestIsMain = false;
+    }
+    return mostArea > 0 ? mostOnMain : nearestIsMain;
 }
 }  // namespace
 
@@ -27,11 +63,14 @@ Rect UIElementUtilities::cocoaScreenRectFromCarbonScreenRect(Displays& displays,
         return carbon;
     }
     const Displays::DisplayID mainID = displays.mainDisplayID();
-    const double mainHeight = displays.displayBounds(mainID).size.height;
+    const Rect mainBounds = displays.displayBounds(mainID);
     Rect out = carbon;
-    out.origin.y = mainHeight - carbon.origin.y;
-    // A point on no display counts as not on the main one.
-    if (count > 0 && display == mainID) out.origin.y -= carbon.size.height;
+    out.origin.y = mainBounds.size.height - carbon.origin.y;
+    // A window dragged past the screen's edge begins on no display; flipped as on a secondary it
+    // would land above the screen and clipping to it would hide every widget inside.
+    const bool onMain =
+        count > 0 ? display == mainID : nearestDisplayIsMain(displays, carbon, mainBounds);
+    if (onMain) out.origin.y -= carbon.size.height;
     return out;
 }
 

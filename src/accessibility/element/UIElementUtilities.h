@@ -16,7 +16,8 @@ namespace orv {
 class UIElementUtilities {
   public:
     // Flips against the main display; the rectangle's height is subtracted only when its origin
-    // lies on the main display (the magnifier is matched to that asymmetry).
+    // lies on the main display (the magnifier is matched to that asymmetry). An origin on no
+    // display counts as on the display holding most of the rectangle, or else the nearest one.
     static Rect cocoaScreenRectFromCarbonScreenRect(const Rect& carbon);
     static Rect cocoaScreenRectFromCarbonScreenRect(Displays& displays, const Rect& carbon);
 

@@ -165,8 +165,8 @@ TEST_F(FocusRoad, AreasReachingPastTheOriginAreCutThere) {
     h.desk->move(editor().find("win"), Point{-40, 22});
     h.settle();
     // The button now starts at x -20: cut to x 0 with 20 taken off its width. Its origin lies
-    // on no display, so its height is not subtracted in the flip (900 - 60).
-    EXPECT_EQ(h.takeFocusAreas(), std::vector<FocusDatagram>{area(0, 840, 60, 24, 0, 0, 2)});
+    // on no display; it is flipped as on the nearest, the main one (900 - 60 - 24).
+    EXPECT_EQ(h.takeFocusAreas(), std::vector<FocusDatagram>{area(0, 816, 60, 24, 0, 0, 2)});
 }
 
 TEST(FocusTrackerNormalisation, RoundsThenCutsAtTheOrigin) {

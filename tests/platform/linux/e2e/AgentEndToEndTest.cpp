@@ -54,13 +54,16 @@ class TestWindow {
         return n;
     }
     // Where the agent should put the focus now: the last report, in agent coordinates, with the
-    // edges and source of the tracker chosen for the widget's role.
+    // edges and source of the tracker chosen for the widget's role. Past the screen's left or
+    // bottom edge only the part on the screen counts.
     Area expected() const {
         auto all = reports();
         if (all.empty()) return {};
         const FocusReport& r = all.back();
         Area a{
             r.x - screenX, screenHeight - (r.y - screenY) - r.height, r.width, r.height, 0, 0, 2};
+        if (a.x < 0) a.width += a.x, a.x = 0;
+        if (a.y < 0) a.height += a.y, a.y = 0;
         if (r.name == "Check me" || r.name == "Radio A" || r.name == "Radio B") a.edgeX = 2;
         if (r.name == "(window)") a.edgeY = 1, a.source = 6;
         return a;
@@ -297,6 +300,30 @@ TEST_F(AgentEndToEnd, EveryFocusChangeSendsTheWidgetsExtentsAndWindowMovesFollow
     expectArea(w.expected(), "the window moved by itself");
     // A last change: nothing stray came after the move.
     expectArea(change(w, [&] { w.proc.send("focus Notes"); }), "focus Notes");
+}
+
+// A window whose top-left corner is off the screen (moved past the left edge, a header bar above
+// the top) keeps its focus: every change sends the part of the widget on the screen.
+TEST_F(AgentEndToEnd, WindowPastTheScreenEdgeKeepsItsFocus) {
+    TestWindow& w = startWindow();
+    ASSERT_NO_FATAL_FAILURE(startAgent(w));
+    for (const auto& [x, y] : {std::pair{-60, 100}, std::pair{150, -30}}) {
+        const std::string at = " at " + std::to_string(x) + "," + std::to_string(y);
+        ASSERT_NO_FATAL_FAILURE(moveWindow(w, x, y));
+        expectArea(w.expected(), "the window moved" + at);
+        for (const char* command :
+             {"focus Second", "focus Check me", "focus Radio B", "focus Row 2", "unfocus"}) {
+            expectArea(change(w, [&] { w.proc.send(command); }), command + at);
+        }
+        // Nothing focused: the last report is the frame, whose corner must be off the screen
+        // for this to test anything.
+        const FocusReport frame = w.reports().back();
+        ASSERT_EQ(frame.name, "(window)");
+        EXPECT_TRUE(frame.x < w.screenX || frame.y < w.screenY)
+            << "the window manager kept the window" << at << " on the screen: " << frame.x << ","
+            << frame.y;
+        expectArea(change(w, [&] { w.proc.send("focus First"); }), "focus First" + at);
+    }
 }
 
 TEST_F(AgentEndToEnd, HungApplicationDoesNotHoldTheAgentFromAnother) {
