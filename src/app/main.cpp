@@ -1,22 +1,16 @@
 // ocuvane-agent: follows the keyboard focus and sends the focus area to the magnifier.
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <csignal>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <iostream>
-#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "Common/ORVAXCommController.h"
-#include "Common/ORVCommunicationHub.h"
-#include "Common/OrvLogger.h"
+#include "Common/Format.h"
 #include "app/AgentRunner.h"
+#include "app/ORVAXAppDelegate.h"
 
 namespace {
 
@@ -25,113 +19,174 @@ const char* const kUsage = R"(Usage: ocuvane-agent [options]
 Follows the keyboard focus through the desktop's accessibility interface and sends the focus area
 to the magnifier over UDP on 127.0.0.1.
 
-Options:
+Options (a value goes in the next argument or after '='; an option that takes a value may be
+given once):
   --desktop=auto|linux|sim  Which desktop to follow (default auto: the Linux desktop when an
                             X display and an accessibility bus are reachable, else the simulated
                             demo desktop).
-  --scenario FILE           Simulated desktop only: play this scenario file instead of the
-                            bundled demo.
-  --realtime                Simulated desktop only: play in real time instead of virtual time
+  --scenario FILE           Play this scenario file on the simulated desktop instead of the
+                            bundled demo; with --desktop=auto it chooses the simulated desktop.
+                            Refused with --desktop=linux.
+  --realtime                Simulated desktop: play in real time instead of virtual time
                             (virtual time runs as fast as it can, timers firing in order).
+                            Refused with --desktop=linux, which is always real time.
   --print-focus             Also print each focus area the agent sends, as one JSON line on
-                            standard output.
-  --magnifier-port N        UDP port of the magnifier (default 41227).
+                            standard output. When standard output is closed the lines stop;
+                            the agent goes on.
+  --magnifier-port N        UDP port of the magnifier, 1 to 65535 (default 41227).
   --verbosity N             Log verbosity after start-up: 1 errors (the default), 2 warnings,
                             3 information.
   --log=stderr|syslog       Where the log goes (default standard error).
-  --report-stalls MS        Diagnostic: write "ocuvane-agent: main loop stalled for N ms" on
-                            standard error whenever the main loop could not run its timers for
-                            more than MS milliseconds (checked every 10 ms).
-  --help                    Show this text.
+  --report-stalls MS        Diagnostic, real time only (the Linux desktop, or the simulated one
+                            with --realtime; refused in virtual time, which has no stalls).
+                            Writes "ocuvane-agent: main loop stalled for N ms" on standard error
+                            whenever the main loop could not run its timers for more than MS
+                            milliseconds (1 to 60000; checked every 10 ms), and "ocuvane-agent:
+                            main loop still stalled after N ms" once while such a stall lasts.
+  --help, -h                Show this text.
+
+  -NSDocumentRevisionsDebugMode VALUE
+                            Accepted anywhere, together with the one argument after it, as
+                            launchers pass it. Only as the very first argument, with an
+                            argument after it, does it act: the agent then uses the log-only
+                            link, which sends nothing to the magnifier (said on standard error).
+
+Signals: SIGTERM and SIGINT end the agent in order; SIGHUP is ignored (the agent outlives the
+terminal it was started from); SIGPIPE is ignored (a closed standard output stops only the focus
+lines, a closed standard error only the log).
+
+Exit status: 0 after an orderly end (the scenario ended, SIGTERM or SIGINT), 1 when the chosen
+desktop cannot be used, 2 for bad usage, 3 when the scenario file cannot be read or played,
+4 when the agent could not end in order within 2 s of a SIGTERM or SIGINT and ended at once.
 
 The magnifier side can be stood in for by ocuvane-visor (tools/ocuvane-visor).
-Exit status: 0 after an orderly end, 1 when the chosen desktop cannot be used, 2 for bad usage.
 )";
 
 int usageError(const std::string& message) {
-    std::fprintf(stderr, "ocuvane-agent: %s\nTry 'ocuvane-agent --help'.\n", message.c_str());
-    return 2;
+    orv::notice(message);
+    orv::notice("Try 'ocuvane-agent --help'.");
+    return orv::kExitUsage;
 }
 
-bool parseUnsigned(const std::string& text, unsigned long max, unsigned long* out) {
-    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return false;
-    errno = 0;
-    unsigned long v = std::strtoul(text.c_str(), nullptr, 10);
-    if (errno || v > max) return false;
+std::string quoted(const std::string& text) {
+    return "'" + orv::outsideText(text) + "'";
+}
+
+bool parseUnsigned(const std::string& text, unsigned long min, unsigned long max,
+                   unsigned long* out) {
+    if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos)
+        return false;
+    const unsigned long v = std::strtoul(text.c_str(), nullptr, 10);
+    if (v < min || v > max) return false;
     *out = v;
     return true;
+}
+
+enum class Takes { Nothing, Value };
+
+struct Option {
+    const char* name;
+    Takes takes;
+    const char* what;  // what the value is, for "needs ..."
+};
+
+const Option kOptions[] = {
+    {"--desktop", Takes::Value, "auto, linux or sim"},
+    {"--scenario", Takes::Value, "a file"},
+    {"--realtime", Takes::Nothing, ""},
+    {"--print-focus", Takes::Nothing, ""},
+    {"--magnifier-port", Takes::Value, "a port number from 1 to 65535"},
+    {"--verbosity", Takes::Value, "1 (errors), 2 (warnings) or 3 (information)"},
+    {"--log", Takes::Value, "stderr or syslog"},
+    {"--report-stalls", Takes::Value, "milliseconds from 1 to 60000"},
+    {"--help", Takes::Nothing, ""},
+};
+
+// Fills the options; an exit status when the program should end here.
+std::optional<int> parseArguments(const std::vector<std::string>& args, orv::AgentOptions& o) {
+    std::set<std::string> given;
+    for (size_t i = 1; i < args.size(); ++i) {
+        const std::string& word = args[i];
+        // Launchers pass this flag with one value; start-up alone decides what it means.
+        if (word == orv::ORVAXAppDelegate::kLogOnlyArgument) {
+            ++i;
+            continue;
+        }
+        if (word == "-h") {
+            std::fputs(kUsage, stdout);
+            return orv::kExitOrderly;
+        }
+        if (word.size() < 3 || word.rfind("--", 0) != 0)
+            return usageError("unexpected argument " + quoted(word));
+
+        const size_t eq = word.find('=');
+        const std::string name = word.substr(0, eq);
+        const Option* option = nullptr;
+        for (const auto& candidate : kOptions)
+            if (name == candidate.name) option = &candidate;
+        if (!option) return usageError("unknown option " + quoted(name));
+
+        if (option->takes == Takes::Nothing) {
+            if (eq != std::string::npos)
+                return usageError(name + " takes no value, not " + quoted(word.substr(eq + 1)));
+            if (name == "--help") {
+                std::fputs(kUsage, stdout);
+                return orv::kExitOrderly;
+            }
+            if (name == "--realtime") o.realtime = true;
+            if (name == "--print-focus") o.printFocus = true;
+            continue;
+        }
+
+        if (!given.insert(name).second) return usageError(name + " may be given once");
+        std::string value;
+        if (eq != std::string::npos) {
+            value = word.substr(eq + 1);
+        } else if (i + 1 < args.size() && args[i + 1].rfind('-', 0) != 0) {
+            value = args[++i];
+        } else {
+            return usageError(name + " needs " + option->what);
+        }
+        const std::string bad = name + " takes " + option->what + ", not " + quoted(value);
+        unsigned long n = 0;
+        if (name == "--desktop") {
+            if (value != "auto" && value != "linux" && value != "sim") return usageError(bad);
+            o.desktop = value;
+        } else if (name == "--scenario") {
+            if (value.empty()) return usageError(name + " needs " + option->what);
+            o.scenario = value;
+        } else if (name == "--magnifier-port") {
+            if (!parseUnsigned(value, 1, 65535, &n)) return usageError(bad);
+            o.magnifierPort = static_cast<uint16_t>(n);
+        } else if (name == "--verbosity") {
+            if (!parseUnsigned(value, 1, 3, &n)) return usageError(bad);
+            o.verbosity = static_cast<unsigned>(n);
+        } else if (name == "--log") {
+            if (value != "stderr" && value != "syslog") return usageError(bad);
+            o.logToSyslog = value == "syslog";
+        } else if (name == "--report-stalls") {
+            if (!parseUnsigned(value, 1, 60000, &n)) return usageError(bad);
+            o.reportStallsOver = static_cast<double>(n) / 1000.0;
+        }
+    }
+
+    const bool simulated = o.desktop == "sim" || !o.scenario.empty();
+    if (o.desktop == "linux" && !o.scenario.empty())
+        return usageError("--scenario plays on the simulated desktop only");
+    if (o.desktop == "linux" && o.realtime)
+        return usageError("--realtime applies to the simulated desktop only");
+    if (simulated && !o.realtime && o.reportStallsOver > 0)
+        return usageError("--report-stalls needs real time: virtual time has no stalls (add "
+                          "--realtime)");
+    return std::nullopt;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    orv::installSignalHandling();
     orv::AgentOptions options;
-    std::vector<std::string> args(argv, argv + argc);
-    options.arguments = args;
-
-    for (size_t i = 1; i < args.size(); ++i) {
-        std::string arg = args[i];
-        std::string value;
-        bool hasValue = false;
-        if (arg.rfind("--", 0) == 0) {
-            if (auto eq = arg.find('='); eq != std::string::npos) {
-                value = arg.substr(eq + 1);
-                arg = arg.substr(0, eq);
-                hasValue = true;
-            }
-        } else {
-            // Arguments the platform's launcher may add (such as the log-only hub's flag and its
-            // value) are passed through untouched.
-            continue;
-        }
-        auto need = [&](const char* name) -> bool {
-            if (hasValue) return true;
-            if (i + 1 >= args.size()) return false;
-            value = args[++i];
-            (void)name;
-            return true;
-        };
-        if (arg == "--help" || arg == "-h") {
-            std::fputs(kUsage, stdout);
-            return 0;
-        } else if (arg == "--desktop") {
-            if (!need("--desktop")) return usageError("--desktop needs a value");
-            if (value != "auto" && value != "linux" && value != "sim")
-                return usageError("unknown desktop '" + value + "' (auto, linux or sim)");
-            options.desktop = value;
-        } else if (arg == "--scenario") {
-            if (!need("--scenario")) return usageError("--scenario needs a file");
-            options.scenario = value;
-        } else if (arg == "--realtime") {
-            options.realtime = true;
-        } else if (arg == "--print-focus") {
-            options.printFocus = true;
-        } else if (arg == "--magnifier-port") {
-            unsigned long port = 0;
-            if (!need("--magnifier-port") || !parseUnsigned(value, 65535, &port) || port == 0)
-                return usageError("--magnifier-port needs a port number from 1 to 65535");
-            options.magnifierPort = static_cast<uint16_t>(port);
-        } else if (arg == "--verbosity") {
-            unsigned long v = 0;
-            if (!need("--verbosity") || !parseUnsigned(value, 1000, &v))
-                return usageError(
-                    "--verbosity needs a number (1 errors, 2 warnings, 3 information)");
-            options.verbosity = static_cast<unsigned>(v);
-        } else if (arg == "--report-stalls") {
-            unsigned long ms = 0;
-            if (!need("--report-stalls") || !parseUnsigned(value, 60000, &ms) || ms == 0)
-                return usageError("--report-stalls needs milliseconds from 1 to 60000");
-            options.reportStallsOver = static_cast<double>(ms) / 1000.0;
-        } else if (arg == "--log") {
-            if (!need("--log") || (value != "stderr" && value != "syslog"))
-                return usageError("--log takes stderr or syslog");
-            options.logToSyslog = value == "syslog";
-        } else {
-            return usageError("unknown option '" + arg + "'");
-        }
-    }
-    if (!options.scenario.empty() && options.desktop == "linux")
-        return usageError("--scenario plays on the simulated desktop only");
-
+    options.arguments.assign(argv, argv + argc);
+    if (auto status = parseArguments(options.arguments, options)) return *status;
     return orv::runAgent(options);
 }
