@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -75,6 +76,14 @@ struct AXTextMarkerRange {
     std::string bytes;
     friend bool operator==(const AXTextMarkerRange&, const AXTextMarkerRange&) = default;
 };
+
+// The platform takes the two ends of a marker range from the value itself, without asking the
+// application. A range therefore carries its ends in a form every backend shares: the start
+// marker's length in decimal, ":", the start's bytes, then the end's bytes.
+AXTextMarkerRange makeTextMarkerRange(const AXTextMarker& start, const AXTextMarker& end);
+// nullopt for bytes not made by makeTextMarkerRange.
+std::optional<AXTextMarker> textMarkerRangeStart(const AXTextMarkerRange& range);
+std::optional<AXTextMarker> textMarkerRangeEnd(const AXTextMarkerRange& range);
 
 struct AXURL {
     std::string url;

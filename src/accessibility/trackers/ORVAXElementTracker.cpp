@@ -2,6 +2,8 @@
 
 #include "accessibility/focus/ORVAXFocusTracker.h"
 #include "accessibility/trackers/ORVAXSimpleRoleTrackers.h"
+#include "accessibility/trackers/ORVAXTextElementTracker.h"
+#include "accessibility/trackers/ORVAXWebAreaElementTracker.h"
 #include "platform/Platform.h"
 
 namespace orv {
@@ -29,10 +31,17 @@ ORVAXElementTrackerRef ORVAXElementTracker::newFor(const ORVAXElementRef& elemen
         role = element->getRole();
         subrole = element->getSubrole();
     }
-    // The text, row, children and web-area trackers are not built yet: their roles get the base
-    // tracker, which reports the element's visible bounds.
+    // The row and children trackers are not built yet: tables, outlines, lists, grids and groups
+    // outside web content get the base tracker, which reports the element's visible bounds.
+    if (is(role, "AXGroup") && element->isDescendantOf("AXWebArea"))
+        return make<ORVAXWebAreaElementTracker>(element, app);
+    // A password field reports only its bounds, never a cursor: tested before the text roles.
     if (is(role, "AXTextField") && is(subrole, "AXSecureTextField"))
         return make<ORVAXElementTracker>(element, app);
+    if (is(role, "AXTextArea") || is(role, "AXTextField"))
+        return make<ORVAXPlainTextElementTracker>(element, app);
+    if (is(role, "AXWebArea")) return make<ORVAXWebAreaElementTracker>(element, app);
+    if (is(role, "AXComboBox")) return make<ORVAXComboBoxElementTracker>(element, app);
     if (is(role, "AXRadioButton") || is(role, "AXCheckBox"))
         return make<ORVAXOptionElementTracker>(element, app);
     // The notification-centre windows are tested before the plain window.

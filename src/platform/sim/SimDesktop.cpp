@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <set>
 
+#include "platform/sim/SimWebContent.h"
+
 namespace orv::sim {
 
 namespace {
@@ -353,6 +355,7 @@ std::optional<AXError> SimDesktop::derived(const SimNodePtr& n, const std::strin
             break;
     }
 
+    if (auto web = webContentAttribute(n, a, out)) return web;
     SimApp* app = n->app();
     if (a == "AXParent") return element(n->parent());
     if (a == "AXChildren") return children(false);
@@ -385,6 +388,7 @@ std::optional<AXError> SimDesktop::derived(const SimNodePtr& n, const std::strin
 
 std::optional<AXError> SimDesktop::derivedParameterized(const SimNodePtr& n, const std::string& a,
                                                         const AXValue& parameter, AXValue* out) {
+    if (auto web = webContentParameterized(*this, n, a, parameter, out)) return web;
     if (!n->isText()) return std::nullopt;
     const TextLayout& layout = n->layout();
     const Range* range = parameter.get<Range>();
@@ -396,6 +400,8 @@ std::optional<AXError> SimDesktop::derivedParameterized(const SimNodePtr& n, con
     if (a == "AXBoundsForRange") {
         if (!range || !layout.isValid(*range)) return kAXErrorIllegalArgument;
         Range r = *range;
+        if (n->reportsZeroBoundsAtEnd() && r.location + r.length == layout.length())
+            return answer(Rect());
         if (n->reportsFirstCharacterBounds() && r.length > 0) r = Range{0, 1};
         const TextMetrics& m = n->textMetrics() ? *n->textMetrics() : metrics_;
         return answer(*layout.boundsForRange(r, textOrigin(*n), m));
@@ -743,6 +749,13 @@ void SimDesktop::focus(const SimNodePtr& element) {
     auto window = windowOf(element);
     if (window && window != app->focusedWindow()) focusWindow(window);
     post(element, "AXFocusedUIElementChanged");
+}
+
+void SimDesktop::focusSilently(const SimNodePtr& element) {
+    if (!element || element->kind() != SimNode::Kind::Element || !element->isAlive()) return;
+    SimApp* app = element->app();
+    app->focused_ = element;
+    if (auto window = windowOf(element)) app->focusedWindow_ = window;
 }
 
 void SimDesktop::clearFocus(SimApp& app) {

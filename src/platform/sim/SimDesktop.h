@@ -158,6 +158,9 @@ class SimDesktop : public std::enable_shared_from_this<SimDesktop> {
     // Focus moves to the element: AXFocusedWindowChanged (and AXMainWindowChanged) when the
     // window changes, then AXFocusedUIElementChanged naming the element.
     void focus(const SimNodePtr& element);
+    // Focus (and its window) moves without any notification, as when an application forgets to
+    // post; only polls can notice.
+    void focusSilently(const SimNodePtr& element);
     // The application reports no focused element; AXFocusedUIElementChanged names the application.
     void clearFocus(SimApp& app);
     // Makes a window (or sheet) the focused one without moving the focused element.
@@ -180,6 +183,25 @@ class SimDesktop : public std::enable_shared_from_this<SimDesktop> {
     void select(const SimNodePtr& element, Range range);
     void moveCaret(const SimNodePtr& element, long index) { select(element, Range{index, 0}); }
     void setTextValue(const SimNodePtr& element, const std::string& text);
+
+    // Web content (SimWebContent.h). The selection of a web area is its stored
+    // AXSelectedTextMarkerRange, collapsed for a caret; each move posts AXSelectedTextChanged on
+    // the web area, and on the focused element too when that lies inside the web area.
+    // Document indexes, clamped to the text; either order.
+    void selectWebText(const SimNodePtr& webArea, long from, long to);
+    void moveWebCaret(const SimNodePtr& webArea, long index) { selectWebText(webArea, index, index); }
+    // The caret at an offset inside one leaf of the page: a text run, an image, a control.
+    void moveWebCaretInto(const SimNodePtr& leaf, long offset);
+
+    // A combo box's pop-up list: an AXScrollArea holding an AXList of AXStaticText entries,
+    // 20 high each, appears under the box as its last child and AXCreated names the scroll area.
+    // The list is returned; selected is an entry index or -1.
+    SimNodePtr openComboBoxList(const SimNodePtr& comboBox, const std::vector<std::string>& entries,
+                                long selected = -1);
+    // AXSelectedChildrenChanged names the list.
+    void selectListEntry(const SimNodePtr& list, long index);
+    // The list's scroll area is destroyed (AXUIElementDestroyed).
+    void closeComboBoxList(const SimNodePtr& comboBox);
 
     // --- Observation.
     size_t observerCount();

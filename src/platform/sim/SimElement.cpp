@@ -252,6 +252,11 @@ SimNode& SimNode::reportFirstCharacterBounds(bool on) {
     return *this;
 }
 
+SimNode& SimNode::reportZeroBoundsAtEnd(bool on) {
+    zeroBoundsAtEnd_ = on;
+    return *this;
+}
+
 SimNode& SimNode::failRead(const std::string& attribute, AXError error, int times) {
     SimFault f;
     f.error = error;

@@ -130,6 +130,10 @@ class SimNode : public std::enable_shared_from_this<SimNode> {
     // applications do.
     SimNode& reportFirstCharacterBounds(bool on = true);
     bool reportsFirstCharacterBounds() const { return firstCharBounds_; }
+    // Ranges that reach the end of the text (the caret there included) report the all-zero
+    // rectangle, as some applications do for their last character.
+    SimNode& reportZeroBoundsAtEnd(bool on = true);
+    bool reportsZeroBoundsAtEnd() const { return zeroBoundsAtEnd_; }
 
     // --- Failure injection. "*" stands for every attribute; reads cover plain and parameterised
     // attributes alike.
@@ -173,6 +177,7 @@ class SimNode : public std::enable_shared_from_this<SimNode> {
     mutable std::shared_ptr<const TextLayout> layout_;
     std::optional<TextMetrics> metrics_;
     bool firstCharBounds_ = false;
+    bool zeroBoundsAtEnd_ = false;
 
     std::map<std::string, SimFault> readFaults_;
     std::map<std::string, SimFault> setFaults_;

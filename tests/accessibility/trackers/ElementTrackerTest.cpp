@@ -24,6 +24,11 @@ AXWindow "Doc" [0 22 800 600] #win
     AXButton "Save" [300 200 80 24] #default
   AXButton "Outside" [900 60 80 24] #outside
   AXGroup [20 300 100 100] #nameless AXRole=none
+  AXTextArea [20 420 200 100] #area
+  AXComboBox [20 530 200 22] #combo
+  AXGroup [300 300 50 50] #group
+  AXWebArea [400 300 300 200] #web
+    AXGroup [410 310 100 50] #webgroup
 AXWindow/AXNotificationCenterAlert "Alert" [1000 30 300 80] #alert
 AXWindow/AXNotificationCenterBanner "Banner" [1000 130 300 80] #banner
 AXMenu [10 30 200 300] #menu
@@ -54,6 +59,13 @@ AXMenu [10 30 200 300] #menu
 
 TEST_F(ElementTrackers, TheFactoryPicksByRoleAndSubroleInItsOrder) {
     EXPECT_STREQ(trackerFor("pw")->className(), "ORVAXElementTracker");
+    EXPECT_STREQ(trackerFor("name")->className(), "ORVAXPlainTextElementTracker");
+    EXPECT_STREQ(trackerFor("area")->className(), "ORVAXPlainTextElementTracker");
+    EXPECT_STREQ(trackerFor("combo")->className(), "ORVAXComboBoxElementTracker");
+    EXPECT_STREQ(trackerFor("web")->className(), "ORVAXWebAreaElementTracker");
+    EXPECT_STREQ(trackerFor("webgroup")->className(), "ORVAXWebAreaElementTracker");
+    // Groups outside web content wait for the children-based tracker.
+    EXPECT_STREQ(trackerFor("group")->className(), "ORVAXElementTracker");
     EXPECT_STREQ(trackerFor("wrap")->className(), "ORVAXOptionElementTracker");
     EXPECT_STREQ(trackerFor("radio")->className(), "ORVAXOptionElementTracker");
     EXPECT_STREQ(trackerFor("alert")->className(), "ORVAXNotificationCenterAlertTracker");
@@ -121,7 +133,7 @@ TEST_F(ElementTrackers, OnlyTheRectangleDecidesWhetherTheVisibleFocusChanged) {
 }
 
 TEST_F(ElementTrackers, ThePollStartsOnceAndReportsMovesOnly) {
-    auto t = trackerFor("name");
+    auto t = trackerFor("wrap");
     t->start();
     t->start();
     t->stop();
@@ -132,7 +144,7 @@ TEST_F(ElementTrackers, ThePollStartsOnceAndReportsMovesOnly) {
     // The poll keeps the tracker alive and notices moves without notifications.
     std::weak_ptr<ORVAXElementTracker> weak;
     {
-        auto polled = trackerFor("name");
+        auto polled = trackerFor("wrap");
         polled->start();
         weak = polled;
     }
@@ -142,7 +154,7 @@ TEST_F(ElementTrackers, ThePollStartsOnceAndReportsMovesOnly) {
     ASSERT_NE(first, nullptr);
     desk->advance(1.0);
     EXPECT_EQ(weak.lock()->lastVisibleFocus(), first);
-    app->find("name")->setFrame(Rect(30, 100, 200, 22));
+    app->find("wrap")->setFrame(Rect(30, 140, 90, 20));
     desk->advance(0.5);
     EXPECT_EQ(weak.lock()->lastVisibleFocus()->rect().origin.x, 30);
     weak.lock()->stop();
