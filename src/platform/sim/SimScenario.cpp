@@ -1,69 +1,21 @@
 #include "platform/sim/SimScenario.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
-#include <fstream>
+#include <limits>
+#include <map>
 #include <set>
-#include <sstream>
 
-#include "Common/Format.h"
+#include "platform/sim/SimScenarioParts.h"
 
 namespace orv::sim {
+
+using namespace scenario_parts;
 
 namespace {
 
 using Step = Scenario::Step;
 using Kind = Scenario::Step::Kind;
-
-bool isNameChar(char c) {
-    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.';
-}
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && isBlank(s.front())) s.remove_prefix(1);
-    while (!s.empty() && isBlank(s.back())) s.remove_suffix(1);
-    return s;
-}
-
-bool isCommentOrBlank(std::string_view line) {
-    std::string_view body = trim(line);
-    return body.empty() || body.substr(0, 2) == "//";
-}
-
-std::string quoted(std::string_view s) {
-    return "\"" + std::string(s) + "\"";
-}
-
-// Sums of decimal steps (after 0.1 three times) are not exactly the decimal written with at.
-constexpr double kTimeSlack = 1e-9;
-
-// Times in messages, without the noise of those sums.
-std::string timeText(double t) {
-    return formatNumber(std::round(t * 1e6) / 1e6);
-}
-
-std::string seconds(double t) {
-    return timeText(t) + " s";
-}
-
-std::string_view withoutHash(std::string_view label) {
-    if (!label.empty() && label.front() == '#') label.remove_prefix(1);
-    return label;
-}
-
-bool isNumber(const TreeValue& v) {
-    return !v.isArray && v.reference.empty() && (v.value.is<int64_t>() || v.value.is<double>());
-}
-
-double numberOf(const TreeValue& v) {
-    if (auto i = v.value.get<int64_t>()) return static_cast<double>(*i);
-    return *v.value.get<double>();
-}
 
 void collectTreeLabels(const std::vector<TreeEntry>& entries,
                        std::vector<std::pair<std::string, int>>* out) {
@@ -73,242 +25,12 @@ void collectTreeLabels(const std::vector<TreeEntry>& entries,
     }
 }
 
-void collectReferences(const TreeValue& v, std::vector<std::string>* out) {
-    if (!v.reference.empty()) out->push_back(v.reference);
-    for (auto& item : v.items) collectReferences(item, out);
-}
-
-// Reads one command line left to right; every reader names what it expected when it fails.
-class Cursor {
-  public:
-    explicit Cursor(std::string_view s) : s_(s) {}
-
-    bool atEnd() {
-        skip();
-        return i_ >= s_.size();
-    }
-    std::string_view rest() {
-        skip();
-        return s_.substr(i_);
-    }
-    std::string peekWord() {
-        skip();
-        size_t end = i_;
-        while (end < s_.size() && !isBlank(s_[end])) ++end;
-        return std::string(s_.substr(i_, end - i_));
-    }
-    std::string word() {
-        std::string w = peekWord();
-        i_ += w.size();
-        return w;
-    }
-
-    bool label(std::string* out, std::string* error) {
-        std::string token = peekWord();
-        skip();
-        size_t start = i_;
-        if (i_ < s_.size() && s_[i_] == '#') ++i_;
-        size_t nameStart = i_;
-        while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
-        if (start == nameStart || i_ == nameStart || (i_ < s_.size() && !isBlank(s_[i_]))) {
-            i_ = start;
-            *error = token.empty() ? "expected an element label like #name"
-                                   : "expected an element label like #name, found " + quoted(token);
-            return false;
-        }
-        *out = std::string(s_.substr(nameStart, i_ - nameStart));
-        return true;
-    }
-
-    // A value in the tree form's syntax, standing alone up to the next blank. Starts right at the
-    // cursor when `here`, after blanks otherwise.
-    bool value(TreeValue* out, std::string* error, bool here = false) {
-        if (!here) skip();
-        size_t used = 0;
-        std::string why;
-        if (!parseTreeValue(s_.substr(i_), out, &used, &why)) {
-            *error = why;
-            return false;
-        }
-        i_ += used;
-        if (i_ < s_.size() && !isBlank(s_[i_])) {
-            *error = "unexpected " + quoted(peekWordAt(i_)) + " after the value";
-            return false;
-        }
-        return true;
-    }
-
-    bool number(double* out, const std::string& what, std::string* error) {
-        std::string token = peekWord();
-        TreeValue v;
-        std::string why;
-        if (token.empty() || !value(&v, &why) || !isNumber(v)) {
-            *error = token.empty() ? "expected " + what
-                                   : "expected " + what + ", found " + quoted(token);
-            return false;
-        }
-        *out = numberOf(v);
-        return true;
-    }
-
-    bool string(std::string* out, const std::string& what, std::string* error) {
-        std::string token = peekWord();
-        TreeValue v;
-        if (!value(&v, error)) {
-            if (token.empty()) *error = "expected " + what;
-            return false;
-        }
-        auto s = v.value.get<std::string>();
-        if (!s || v.isArray || !v.reference.empty()) {
-            *error = "expected " + what + ", found " + quoted(token);
-            return false;
-        }
-        *out = *s;
-        return true;
-    }
-
-    // key=value, the value as in the tree form.
-    bool attribute(std::string* key, TreeValue* v, std::string* error) {
-        skip();
-        size_t start = i_;
-        while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
-        if (i_ == start || i_ >= s_.size() || s_[i_] != '=') {
-            i_ = start;
-            *error = "expected attribute as key=value, found " + quoted(peekWord());
-            return false;
-        }
-        *key = std::string(s_.substr(start, i_ - start));
-        ++i_;
-        if (i_ >= s_.size() || isBlank(s_[i_])) {
-            *error = "missing value after " + quoted(*key + "=");
-            return false;
-        }
-        return value(v, error, true);
-    }
-
-  private:
-    void skip() {
-        while (i_ < s_.size() && isBlank(s_[i_])) ++i_;
-    }
-    std::string peekWordAt(size_t at) const {
-        size_t end = at;
-        while (end < s_.size() && !isBlank(s_[end])) ++end;
-        return std::string(s_.substr(at, end - at));
-    }
-
-    std::string_view s_;
-    size_t i_ = 0;
-};
-
-struct Outcome {
-    std::string note;  // empty when the action was done
-    int line = 0;      // the line to blame for a tree that did not load
-};
-
-Outcome treeFailure(const Scenario::Block& block, const SimTreeResult& r, int headerLine) {
-    return {r.error, r.line > 0 ? block.firstLine + r.line - 1 : headerLine};
-}
-
-AXValue resolveValue(SimDesktop& desk, const Scenario& sc, const TreeValue& v) {
-    if (!v.reference.empty()) return AXValue(desk.ref(sc.find(desk, v.reference)));
-    if (v.isArray) {
-        AXArray items;
-        for (auto& item : v.items) items.push_back(resolveValue(desk, sc, item));
-        return AXValue(std::move(items));
-    }
-    return v.value;
-}
-
-// Does one action on the desktop. The parser plays every action on a private desktop first, so
-// a note here means something else changed the desktop under the scenario.
-Outcome playStep(SimDesktop& desk, const Scenario& sc, const Step& s) {
-    SimNodePtr node;
-    if (!s.target.empty()) {
-        node = sc.find(desk, s.target);
-        if (!node) return {"skipped: #" + s.target + " is not there"};
-    }
-    switch (s.kind) {
-        case Kind::Focus:
-            desk.focus(node);
-            break;
-        case Kind::Unfocus:
-            desk.clearFocus(*node->app());
-            break;
-        case Kind::Set: {
-            for (auto& [key, value] : s.attributes) {
-                std::vector<std::string> refs;
-                collectReferences(value, &refs);
-                for (auto& r : refs)
-                    if (!sc.find(desk, r)) return {"skipped: @" + r + " is not there"};
-            }
-            for (auto& [key, value] : s.attributes) node->set(key, resolveValue(desk, sc, value));
-            break;
-        }
-        case Kind::Post:
-            desk.post(node, s.word);
-            break;
-        case Kind::Front:
-            desk.activate(node->app()->pid());
-            break;
-        case Kind::Launch: {
-            if (desk.application(s.app.pid))
-                return {"skipped: pid " + std::to_string(s.app.pid) + " already runs"};
-            SimApp& app = desk.launchApplication(s.app.pid, s.app.bundleIdentifier, s.app.name);
-            auto loaded = app.load(s.app.tree.text);
-            if (!loaded.ok()) return treeFailure(s.app.tree, loaded, s.line);
-            break;
-        }
-        case Kind::Quit:
-            desk.terminateApplication(node->app()->pid());
-            break;
-        case Kind::Move:
-            desk.move(node, Point{s.a, s.b});
-            break;
-        case Kind::Resize:
-            desk.resize(node, Size{s.a, s.b});
-            break;
-        case Kind::Type:
-            desk.typeText(node, s.word);
-            break;
-        case Kind::Select:
-            desk.select(node, Range{static_cast<long>(s.a), static_cast<long>(s.b)});
-            break;
-        case Kind::Pointer:
-            desk.displays().setMouseLocationTopLeft(Point{s.a, s.b});
-            break;
-        case Kind::Add: {
-            auto loaded = loadTreeText(node, s.tree.text);
-            if (!loaded.ok()) return treeFailure(s.tree, loaded, s.line);
-            break;
-        }
-        case Kind::Destroy:
-            desk.destroy(node);
-            break;
-    }
-    return {};
-}
-
 struct SetupFailure {
     int line = 0;
     std::string error;
 };
 
 }  // namespace
-
-// --- Scenario
-
-SimNodePtr Scenario::find(SimDesktop& desk, std::string_view label) const {
-    auto it = labels_.find(withoutHash(label));
-    if (it == labels_.end()) return nullptr;
-    SimApp* app = desk.application(it->second.pid);
-    if (!app) return nullptr;
-    return it->second.isApp ? app->root() : app->find(std::string(withoutHash(label)));
-}
-
-pid_t Scenario::pidOf(std::string_view label) const {
-    auto it = labels_.find(withoutHash(label));
-    return it == labels_.end() ? 0 : it->second.pid;
-}
 
 // --- Parser
 
@@ -317,6 +39,9 @@ class ScenarioParser {
     ScenarioParser(std::string_view text, std::string fileName)
         : sc_(std::make_shared<Scenario>()) {
         sc_->fileName_ = std::move(fileName);
+        // Editors on some systems start UTF-8 files with a byte-order mark; it means nothing
+        // here. Anywhere else it is refused, shown as \u{feff}.
+        if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
         size_t start = 0;
         while (start <= text.size()) {
             size_t end = text.find('\n', start);
@@ -335,8 +60,8 @@ class ScenarioParser {
             return out;
         }
         out.line = errorLine_;
-        out.error = sc_->fileName_ + (errorLine_ > 0 ? ":" + std::to_string(errorLine_) : "") +
-                    ": " + error_;
+        out.error = shownPath(sc_->fileName_) +
+                    (errorLine_ > 0 ? ":" + std::to_string(errorLine_) : "") + ": " + error_;
         return out;
     }
 
@@ -385,16 +110,27 @@ class ScenarioParser {
         return true;
     }
 
-    bool readTime(Cursor& c, const std::string& keyword, int line, double* out) {
+    // A time or a step, in seconds; *due is when it comes to: base + the time read.
+    bool readTime(Cursor& c, const std::string& keyword, int line, double base, double* out,
+                  double* due) {
         std::string token = c.peekWord();
         if (token.empty()) return fail(line, keyword + " needs a time in seconds, like 1.5");
         TreeValue v;
         std::string ignored;
-        if (!c.value(&v, &ignored) || !isNumber(v))
+        if (!c.value(&v, &ignored) || !isNumber(v) || !std::isfinite(numberOf(v)))
             return fail(line,
                         "bad time " + quoted(token) + ": write seconds as a number, like 1.5");
         *out = numberOf(v);
         if (*out < 0) return fail(line, "bad time " + quoted(token) + ": times are not negative");
+        // A virtual loop runs every timer of the agent up to the end, so a time far off would
+        // keep a core busy for as long.
+        *due = base + *out;
+        if (*due > kScenarioMaxSeconds + kTimeSlack)
+            return fail(line,
+                        keyword + " " + quoted(token) +
+                            (base > 0 ? " comes to " + seconds(*due) + ", past " : " is past ") +
+                            seconds(kScenarioMaxSeconds) +
+                            " (24 hours), the longest a scenario may run");
         return true;
     }
 
@@ -403,13 +139,13 @@ class ScenarioParser {
         std::string keyword = c.word();
         std::optional<double> due;
         if (keyword == "at" || keyword == "after") {
-            double t;
-            if (!readTime(c, keyword, line, &t)) return false;
+            double t, when;
+            if (!readTime(c, keyword, line, keyword == "at" ? 0 : cursor_, &t, &when)) return false;
             if (keyword == "at" && t < cursor_ - kTimeSlack)
                 return fail(line, "time goes backwards: at " + timeText(t) + " comes after " +
                                       seconds(cursor_));
-            due = keyword == "at" ? t : cursor_ + t;
-            cursor_ = *due;
+            due = when;
+            cursor_ = when;
             timeline_ = true;
             if (c.atEnd())
                 return fail(line, keyword + " " + timeText(t) +
@@ -418,9 +154,10 @@ class ScenarioParser {
             c = Cursor(body);
             keyword = c.word();
         } else if (keyword == "wait") {
-            double t;
-            if (!readTime(c, keyword, line, &t) || !expectEnd(c, line)) return false;
-            cursor_ += t;
+            double t, when;
+            if (!readTime(c, keyword, line, cursor_, &t, &when) || !expectEnd(c, line))
+                return false;
+            cursor_ = when;
             timeline_ = true;
             return true;
         } else if (keyword == "end") {
@@ -462,7 +199,8 @@ class ScenarioParser {
         step.kind = timed->second;
         step.line = line;
         step.time = *due;
-        step.text = std::string(body);
+        step.text = outsideText(body, kShownActionBytes);
+        step.action = keyword;
         if (!readStep(c, &step, next)) return false;
         sc_->steps_.push_back(std::move(step));
         return true;
@@ -479,8 +217,9 @@ class ScenarioParser {
         if (how.empty()) {
             t = cursor_;
         } else if (how == "at" || how == "after") {
-            if (!readTime(c, "end " + how, line, &t)) return false;
-            if (how == "after") t += cursor_;
+            double step;
+            if (!readTime(c, "end " + how, line, how == "after" ? cursor_ : 0, &step, &t))
+                return false;
             if (t < cursor_ - kTimeSlack)
                 return fail(line, "end at " + timeText(t) + " comes before the last action at " +
                                       seconds(cursor_));
@@ -560,7 +299,8 @@ class ScenarioParser {
         std::string why;
         if (!readLabel(c, line, &app->label) || !readNumber(c, line, "a process identifier", &pid))
             return false;
-        if (pid <= 0 || pid != static_cast<pid_t>(pid))
+        if (!(pid > 0 && pid <= std::numeric_limits<pid_t>::max()) ||
+            pid != static_cast<pid_t>(pid))
             return fail(line, "the process identifier must be a positive whole number");
         app->pid = static_cast<pid_t>(pid);
         app->bundleIdentifier = c.word();
@@ -580,7 +320,8 @@ class ScenarioParser {
         for (auto& other : sc_->apps_)
             if (other.pid == app.pid)
                 return fail(line, "pid " + std::to_string(app.pid) + " is taken by #" +
-                                      other.label + " (line " + std::to_string(other.line) + ")");
+                                      outsideText(other.label) + " (line " +
+                                      std::to_string(other.line) + ")");
         sc_->apps_.push_back(std::move(app));
         return true;
     }
@@ -693,8 +434,12 @@ class ScenarioParser {
                 if (s->a < 0 || s->b < 0)
                     return fail(line,
                                 isSize ? "a size is not negative" : "a text range is not negative");
-                if (!isSize && (s->a != static_cast<long>(s->a) || s->b != static_cast<long>(s->b)))
+                if (!isSize && (s->a != std::floor(s->a) || s->b != std::floor(s->b)))
                     return fail(line, "a text range counts whole characters");
+                // Past long's range the conversion to a text range is undefined.
+                constexpr double kLongEnd = -static_cast<double>(std::numeric_limits<long>::min());
+                if (!isSize && (s->a >= kLongEnd || s->b >= kLongEnd))
+                    return fail(line, "a text range is out of range");
                 return true;
             }
             case Kind::Type:
@@ -773,16 +518,22 @@ class ScenarioParser {
             fail(line, action + " needs an element; " + shown + " is an application");
             node = nullptr;
         } else if (what == Need::Text && !node->isText()) {
-            fail(line, action + " needs a text element; " + shown + " is " +
-                           (node->role().empty() ? "without a role" : "a " + node->role()));
+            fail(line,
+                 action + " needs a text element; " + shown + " is " +
+                     (node->role().empty() ? "without a role" : "a " + outsideText(node->role())));
             node = nullptr;
         }
         return node;
     }
 
-    void markGone(const SimNodePtr& node, const std::string& why) {
-        if (!node->label().empty()) gone_.emplace(node->label(), why);
-        for (auto& child : node->children()) markGone(child, why);
+    void markGone(const SimNodePtr& top, const std::string& why) {
+        std::vector<SimNodePtr> todo = {top};
+        while (!todo.empty()) {
+            SimNodePtr node = std::move(todo.back());
+            todo.pop_back();
+            if (!node->label().empty()) gone_.emplace(node->label(), why);
+            todo.insert(todo.end(), node->children().begin(), node->children().end());
+        }
     }
 
     bool dryRun() {
@@ -802,7 +553,7 @@ class ScenarioParser {
                 {Kind::Type, Need::Text},         {Kind::Select, Need::Text},
                 {Kind::Add, Need::Any},           {Kind::Destroy, Need::Element},
             };
-            std::string action = s.text.substr(0, s.text.find_first_of(" \t"));
+            const std::string& action = s.action;
             SimNodePtr node;
             if (auto n = kNeeds.find(s.kind); n != kNeeds.end()) {
                 node = need(*desk, s.target, n->second, &s, s.line, action);
@@ -880,119 +631,10 @@ ScenarioParse parseScenario(std::string_view text, const std::string& fileName) 
     return ScenarioParser(text, fileName).run();
 }
 
-ScenarioParse loadScenarioFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        ScenarioParse out;
-        out.error = path + ": cannot be read";
-        return out;
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return parseScenario(text.str(), path);
-}
-
 std::string applyScenarioSetup(SimDesktop& desk, const Scenario& scenario) {
     SetupFailure f = ScenarioParser::applySetup(desk, scenario);
     if (f.error.empty()) return {};
-    return scenario.fileName() + ":" + std::to_string(f.line) + ": " + f.error;
-}
-
-// --- Player
-
-struct ScenarioPlayer::State : std::enable_shared_from_this<State> {
-    std::weak_ptr<SimDesktop> desk;
-    std::shared_ptr<const Scenario> scenario;
-    std::function<void(const Event&)> onEvent;
-    std::function<void()> onEnd;
-    double start = 0;
-    size_t next = 0;
-    bool started = false;
-    bool playing = false;
-    bool ended = false;
-    TimerRef timer;
-
-    // One action per timer, each due time measured from the start so a real loop does not
-    // drift, and actions due together still run on separate turns in file order: what the
-    // first one posted is delivered before the second happens.
-    void scheduleNext(SimDesktop& d) {
-        const auto& steps = scenario->steps_;
-        double due = next < steps.size() ? steps[next].time : scenario->endTime();
-        double delay = std::max(0.0, start + due - d.loop().now());
-        timer = d.loop().scheduleTimer(delay, false, [weak = weak_from_this()](Timer&) {
-            if (auto self = weak.lock()) self->fire();
-        });
-    }
-
-    void fire() {
-        timer.reset();
-        auto d = desk.lock();
-        if (!playing || !d) return;
-        const auto& steps = scenario->steps_;
-        if (next < steps.size()) {
-            const Step& s = steps[next++];
-            Outcome done = playStep(*d, *scenario, s);
-            std::string text = s.text;
-            if (!done.note.empty())
-                text += " (" + done.note +
-                        (done.line && done.line != s.line ? " at line " + std::to_string(done.line)
-                                                          : "") +
-                        ")";
-            if (onEvent) onEvent(Event{s.time, s.line, text});
-            if (playing) scheduleNext(*d);
-            return;
-        }
-        playing = false;
-        ended = true;
-        if (onEvent) onEvent(Event{scenario->endTime(), scenario->endLine_, "end"});
-        if (onEnd) onEnd();
-    }
-};
-
-ScenarioPlayer::ScenarioPlayer(std::shared_ptr<SimDesktop> desk,
-                               std::shared_ptr<const Scenario> scenario)
-    : state_(std::make_shared<State>()) {
-    state_->desk = desk;
-    state_->scenario = std::move(scenario);
-}
-
-ScenarioPlayer::~ScenarioPlayer() {
-    stop();
-}
-
-void ScenarioPlayer::setOnEvent(std::function<void(const Event&)> callback) {
-    state_->onEvent = std::move(callback);
-}
-
-void ScenarioPlayer::setOnEnd(std::function<void()> callback) {
-    state_->onEnd = std::move(callback);
-}
-
-void ScenarioPlayer::start() {
-    auto desk = state_->desk.lock();
-    if (state_->started || !desk || !state_->scenario) return;
-    state_->started = true;
-    state_->playing = true;
-    state_->start = desk->loop().now();
-    state_->scheduleNext(*desk);
-}
-
-void ScenarioPlayer::stop() {
-    state_->playing = false;
-    if (state_->timer) state_->timer->invalidate();
-    state_->timer.reset();
-}
-
-bool ScenarioPlayer::isPlaying() const {
-    return state_->playing;
-}
-
-bool ScenarioPlayer::hasEnded() const {
-    return state_->ended;
-}
-
-size_t ScenarioPlayer::actionsPlayed() const {
-    return state_->next;
+    return shownPath(scenario.fileName()) + ":" + std::to_string(f.line) + ": " + f.error;
 }
 
 }  // namespace orv::sim

@@ -21,6 +21,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +31,12 @@
 #include "platform/sim/SimDesktop.h"
 
 namespace orv::sim {
+
+// Scenario time ends a day after the start. On virtual time the agent's periodic timers all run
+// up to the end, so a time far off would keep a core busy for as long.
+inline constexpr double kScenarioMaxSeconds = 86400;
+// The largest scenario file loadScenarioFile reads.
+inline constexpr size_t kScenarioFileMaxBytes = size_t{16} << 20;
 
 class Scenario {
   public:
@@ -80,7 +87,8 @@ class Scenario {
         Kind kind = Kind::Focus;
         int line = 0;
         double time = 0;
-        std::string text;    // the action as written, for the log
+        std::string text;    // the action as written, escaped and cut, for the log
+        std::string action;  // its keyword
         std::string target;  // label without '#'
         std::vector<std::pair<std::string, TreeValue>> attributes;
         std::string word;  // notification, or text to type
@@ -92,6 +100,8 @@ class Scenario {
         pid_t pid = 0;
         bool isApp = false;
     };
+    // Notes the labelled elements of a subtree just built, for find.
+    void remember(const SimNodePtr& top) const;
 
   private:
     friend class ScenarioParser;
@@ -107,6 +117,13 @@ class Scenario {
     double endTime_ = 0;
     int endLine_ = 0;
     std::map<std::string, LabelInfo, std::less<>> labels_;
+    // The labelled elements find has seen. Labels are never reused, so a node is the answer for
+    // as long as it lives in the application asked about; a walk of the tree per action would make
+    // a long scenario cost its length squared.
+    SimNodePtr known(std::string_view label, const SimApp* app) const;
+    void rememberLocked(const SimNodePtr& top) const;
+    mutable std::mutex foundMutex_;
+    mutable std::map<std::string, std::weak_ptr<SimNode>, std::less<>> found_;
 };
 
 struct ScenarioParse {
@@ -120,8 +137,9 @@ struct ScenarioParse {
 
 // fileName only names the text in error messages.
 ScenarioParse parseScenario(std::string_view text, const std::string& fileName);
-// Error messages name the path as given.
-ScenarioParse loadScenarioFile(const std::string& path);
+// Error messages name the path as given (escaped). Anything but a regular file, or a file of more
+// than maxBytes, is refused; no more than that is read even if the file grows meanwhile.
+ScenarioParse loadScenarioFile(const std::string& path, size_t maxBytes = kScenarioFileMaxBytes);
 
 // Lays out the displays, adds the applications with their trees, brings the front one forward
 // and focuses the elements the setup names; the pointer moves where it says. Meant for a fresh

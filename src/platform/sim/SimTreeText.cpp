@@ -1,10 +1,12 @@
 #include "platform/sim/SimTreeText.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <limits>
 #include <map>
 
 #include "Common/Format.h"
@@ -19,31 +21,15 @@ std::string SimTreeResult::message() const {
 
 namespace {
 
+constexpr double kLongMin = static_cast<double>(std::numeric_limits<long>::min());
+
 bool isNameChar(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.';
 }
 
-std::string quote(const std::string& s) {
-    std::string out = "\"";
-    for (char c : s) {
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out + "\"";
+// Text of the input inside a message: escaped and cut, so an error stays one short line.
+std::string shown(std::string_view s) {
+    return "'" + outsideText(s) + "'";
 }
 
 // Reads one line after its indentation.
@@ -56,7 +42,7 @@ class LineReader {
         std::string head = word();
         if (head.empty()) return fail("expected a role");
         if (head.find('=') != std::string::npos)
-            return fail("expected a role before the attributes, found '" + head + "'");
+            return fail("expected a role before the attributes, found " + shown(head));
         auto slash = head.find('/');
         entry->role = head.substr(0, slash);
         if (entry->role == "-") entry->role.clear();
@@ -92,11 +78,11 @@ class LineReader {
                 std::string key = name();
                 if (key.empty() || eof() || peek() != '=') {
                     i_ = start;
-                    return fail("expected attribute as key=value, found '" + rest() + "'");
+                    return fail("expected attribute as key=value, found " + shown(rest()));
                 }
                 ++i_;
                 TreeValue v;
-                if (!readValue(&v)) return false;
+                if (!readValue(&v, 0)) return false;
                 entry->attributes.emplace_back(key, std::move(v));
             }
         }
@@ -106,7 +92,7 @@ class LineReader {
     bool valueOnly(TreeValue* v, size_t* used, std::string* error) {
         err_ = error;
         if (eof()) return fail("expected a value");
-        if (!readValue(v)) return false;
+        if (!readValue(v, 0)) return false;
         *used = i_;
         return true;
     }
@@ -163,7 +149,8 @@ class LineReader {
                     *out += '\t';
                     break;
                 default:
-                    return fail(std::string("unknown escape \\") + e + " in string");
+                    return fail("unknown escape \\" + outsideText(std::string_view(&e, 1)) +
+                                " in string");
             }
         }
         return fail("unterminated string");
@@ -176,16 +163,16 @@ class LineReader {
                           peek() == '+' || peek() == '.' || peek() == 'e' || peek() == 'E'))
             ++i_;
         std::string text(s_.substr(start, i_ - start));
-        if (text.empty()) return fail("expected a number, found '" + rest() + "'");
+        if (text.empty()) return fail("expected a number, found " + shown(rest()));
         char* end = nullptr;
         *out = std::strtod(text.c_str(), &end);
-        if (*end != '\0' || !std::isfinite(*out)) return fail("bad number '" + text + "'");
+        if (*end != '\0' || !std::isfinite(*out)) return fail("bad number " + shown(text));
         bool isWhole = text.find_first_of(".eE") == std::string::npos;
         if (integral) *integral = isWhole;
         if (whole && isWhole) {
             errno = 0;
             *whole = std::strtoll(text.c_str(), &end, 10);
-            if (*end != '\0' || errno == ERANGE) return fail("bad number '" + text + "'");
+            if (*end != '\0' || errno == ERANGE) return fail("bad number " + shown(text));
         }
         return true;
     }
@@ -214,7 +201,8 @@ class LineReader {
         return true;
     }
 
-    bool readValue(TreeValue* v) {
+    // depth: arrays around this value.
+    bool readValue(TreeValue* v, int depth) {
         if (eof() || peek() == ' ') return fail("missing value after '='");
         char c = peek();
         if (c == '"') {
@@ -236,6 +224,9 @@ class LineReader {
             return true;
         }
         if (c == '(') {
+            if (depth >= kTreeValueMaxNesting)
+                return fail("arrays nested more than " + std::to_string(kTreeValueMaxNesting) +
+                            " deep");
             ++i_;
             v->isArray = true;
             for (;;) {
@@ -246,7 +237,7 @@ class LineReader {
                     return true;
                 }
                 TreeValue item;
-                if (!readValue(&item)) return false;
+                if (!readValue(&item, depth + 1)) return false;
                 v->items.push_back(std::move(item));
             }
         }
@@ -265,7 +256,7 @@ class LineReader {
         if (word == "true") return (v->value = true), true;
         if (word == "false") return (v->value = false), true;
         if (word == "none") return (v->value = AXValue()), true;
-        if (eof() || peek() != '(') return fail("cannot read value '" + word + rest() + "'");
+        if (eof() || peek() != '(') return fail("cannot read value " + shown(word + rest()));
         ++i_;
         std::vector<double> n;
         if (word == "point") {
@@ -276,6 +267,10 @@ class LineReader {
             v->value = Size{n[0], n[1]};
         } else if (word == "range") {
             if (!readNumbers(2, ')', &n, "range(location length)")) return false;
+            // Converting a double past long's range is undefined; within it, it truncates.
+            for (double x : n)
+                if (!(x >= kLongMin && x < -kLongMin))
+                    return fail("range(location length) out of range");
             v->value = Range{static_cast<long>(n[0]), static_cast<long>(n[1])};
         } else if (word == "rect") {
             if (!readNumbers(4, ')', &n, "rect(x y w h)")) return false;
@@ -289,7 +284,7 @@ class LineReader {
             ++i_;
             v->value = AXURL{u};
         } else {
-            return fail("unknown value kind '" + word + "('");
+            return fail("unknown value kind " + shown(word + "("));
         }
         return true;
     }
@@ -304,14 +299,20 @@ struct FlatLine {
     TreeEntry entry;
 };
 
-// Builds the hierarchy from lines in order; depths were checked while reading.
-void nest(std::vector<FlatLine>& flat, size_t& pos, int depth, std::vector<TreeEntry>* out) {
-    while (pos < flat.size() && flat[pos].depth == depth) {
-        TreeEntry entry = std::move(flat[pos].entry);
-        ++pos;
-        nest(flat, pos, depth + 1, &entry.children);
-        out->push_back(std::move(entry));
+// Builds the hierarchy from lines in order, without recursion; depths were checked while
+// reading. open[k] is the latest entry at depth k whose children may still follow.
+void nest(std::vector<FlatLine>& flat, std::vector<TreeEntry>* out) {
+    std::vector<TreeEntry> open;
+    auto close = [&] {
+        TreeEntry done = std::move(open.back());
+        open.pop_back();
+        (open.empty() ? *out : open.back().children).push_back(std::move(done));
+    };
+    for (auto& line : flat) {
+        while (open.size() > static_cast<size_t>(line.depth)) close();
+        open.push_back(std::move(line.entry));
     }
+    while (!open.empty()) close();
 }
 
 void collectLabels(const std::vector<TreeEntry>& entries, std::vector<const TreeEntry*>* out) {
@@ -343,15 +344,47 @@ AXValue resolveValue(const TreeValue& v,
     return v.value;
 }
 
-struct Builder {
+using LabelMap = std::map<std::string, SimNodePtr, std::less<>>;
+
+// The labelled nodes of a subtree, in one walk without recursion; the first in depth-first
+// order wins, as with SimNode::find. One walk instead of a search per label keeps a long text
+// from costing its length squared.
+LabelMap labelsUnder(const SimNodePtr& top) {
+    LabelMap out;
+    std::vector<SimNodePtr> todo;
+    if (top) todo.push_back(top);
+    while (!todo.empty()) {
+        SimNodePtr n = std::move(todo.back());
+        todo.pop_back();
+        if (!n->label().empty()) out.emplace(n->label(), n);
+        const auto& children = n->children();
+        todo.insert(todo.end(), children.rbegin(), children.rend());
+    }
+    return out;
+}
+
+// The scope's labels, walked for once and only when a label or a reference needs them: adding
+// unlabelled elements to a large tree stays cheap.
+struct ScopeLabels {
     SimNodePtr scope;
+    std::optional<LabelMap> map;
+
+    const LabelMap& get() {
+        if (!map) map = labelsUnder(scope);
+        return *map;
+    }
+};
+
+struct Builder {
+    ScopeLabels& existing;
     std::map<std::string, SimNodePtr> made;
     std::vector<std::pair<SimNodePtr, const TreeEntry*>> pending;
 
     SimNodePtr find(const std::string& label) {
         auto it = made.find(label);
         if (it != made.end()) return it->second;
-        return scope ? scope->find(label) : nullptr;
+        auto old = existing.get().find(label);
+        return old == existing.get().end() ? nullptr : old->second;
     }
 
     // Head fields now; attributes after every node exists, so references may point forward.
@@ -385,34 +418,44 @@ SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeEntry>& entr
     std::vector<const TreeEntry*> labelled;
     if (targetEntry && !targetEntry->label.empty()) labelled.push_back(targetEntry);
     collectLabels(entries, &labelled);
+    ScopeLabels existing{scope, std::nullopt};
     std::map<std::string, const TreeEntry*> labels;
     for (auto* s : labelled) {
-        if (labels.count(s->label) || (scope && scope->find(s->label))) {
+        if (labels.count(s->label) || existing.get().count(s->label)) {
             result.line = s->line;
-            result.error = "label '" + s->label + "' is used twice";
+            result.error = "label " + shown(s->label) + " is used twice";
             return result;
         }
         labels[s->label] = s;
     }
-    auto known = [&](const std::string& l) { return labels.count(l) || (scope && scope->find(l)); };
-    std::function<bool(const TreeEntry&)> check = [&](const TreeEntry& s) {
+    auto known = [&](const std::string& l) { return labels.count(l) || existing.get().count(l); };
+    // level: how far below its application the entry's element lies.
+    std::function<bool(const TreeEntry&, int)> check = [&](const TreeEntry& s, int level) {
+        if (level > kTreeMaxDepth) {
+            result.line = s.line;
+            result.error = "the element would lie " + std::to_string(level) +
+                           " levels below its application, past the most of " +
+                           std::to_string(kTreeMaxDepth);
+            return false;
+        }
         for (auto& [key, value] : s.attributes) {
             std::string missing;
             if (!checkReferences(value, known, &missing)) {
                 result.line = s.line;
-                result.error = "unknown element @" + missing;
+                result.error = "unknown element @" + outsideText(missing);
                 return false;
             }
         }
         for (auto& c : s.children)
-            if (!check(c)) return false;
+            if (!check(c, level + 1)) return false;
         return true;
     };
-    if (targetEntry && !check(*targetEntry)) return result;
+    const int base = parent->depth();
+    if (targetEntry && !check(*targetEntry, base)) return result;
     for (auto& s : entries)
-        if (!check(s)) return result;
+        if (!check(s, base + 1)) return result;
 
-    Builder b{scope, {}, {}};
+    Builder b{existing, {}, {}};
     if (targetEntry) {
         b.apply(parent, *targetEntry, true);
     } else {
@@ -424,45 +467,6 @@ SimTreeResult build(const SimNodePtr& parent, const std::vector<TreeEntry>& entr
     }
     b.finish();
     return result;
-}
-
-std::string formatDouble(double v) {
-    std::string s = formatNumber(v);
-    if (s.find_first_of(".eEn") == std::string::npos) s += ".0";
-    return s;
-}
-
-std::string elementText(const AXUIElementRef& e) {
-    auto r = SimElementRef::from(e);
-    if (!r) return "none";
-    if (auto n = r->node(); n && !n->label().empty()) return "@" + n->label();
-    return "@node" + std::to_string(r->nodeId());
-}
-
-void dumpNode(const SimNode& n, int depth, std::string* out) {
-    out->append(static_cast<size_t>(depth) * 2, ' ');
-    auto role = n.stored("AXRole");
-    auto subrole = n.stored("AXSubrole");
-    auto title = n.stored("AXTitle");
-    bool roleIsText = role && role->is<std::string>() && !role->get<std::string>()->empty();
-    bool subroleIsText =
-        subrole && subrole->is<std::string>() && !subrole->get<std::string>()->empty();
-    bool titleIsText = title && title->is<std::string>();
-    *out += roleIsText ? *role->get<std::string>() : "-";
-    if (subroleIsText) *out += "/" + *subrole->get<std::string>();
-    if (titleIsText) *out += " " + quote(*title->get<std::string>());
-    if (auto f = n.frame())
-        *out += " [" + formatNumber(f->origin.x) + " " + formatNumber(f->origin.y) + " " +
-                formatNumber(f->size.width) + " " + formatNumber(f->size.height) + "]";
-    if (!n.label().empty()) *out += " #" + n.label();
-    for (auto& [key, value] : n.storedAttributes()) {
-        if ((key == "AXRole" && roleIsText) || (key == "AXSubrole" && subroleIsText) ||
-            (key == "AXTitle" && titleIsText))
-            continue;
-        *out += " " + key + "=" + formatTreeValue(value);
-    }
-    *out += "\n";
-    for (auto& c : n.children()) dumpNode(*c, depth + 1, out);
 }
 
 }  // namespace
@@ -508,6 +512,8 @@ SimTreeResult parseTreeText(std::string_view text) {
         if (depth > previousDepth + 1)
             return fail(previousDepth < 0 ? "the first element must not be indented"
                                           : "indented by more than one level below the line above");
+        if (depth > kTreeMaxDepth)
+            return fail("indented more than " + std::to_string(kTreeMaxDepth) + " levels");
         FlatLine fl{depth, {}};
         fl.entry.line = lineNo;
         std::string error;
@@ -516,8 +522,7 @@ SimTreeResult parseTreeText(std::string_view text) {
         previousDepth = depth;
         if (end == text.size()) break;
     }
-    size_t pos = 0;
-    nest(flat, pos, 0, &result.roots);
+    nest(flat, &result.roots);
     return result;
 }
 
@@ -544,46 +549,6 @@ SimTreeResult loadTreeText(const SimNodePtr& parent, std::string_view text) {
 bool parseTreeValue(std::string_view text, TreeValue* out, size_t* used, std::string* error) {
     size_t ignored = 0;
     return LineReader(text).valueOnly(out, used ? used : &ignored, error);
-}
-
-std::string dumpTree(const SimNodePtr& node) {
-    std::string out;
-    if (node) dumpNode(*node, 0, &out);
-    return out;
-}
-
-std::string formatTreeValue(const AXValue& value) {
-    struct Visitor {
-        std::string operator()(std::monostate) const { return "none"; }
-        std::string operator()(bool b) const { return b ? "true" : "false"; }
-        std::string operator()(int64_t i) const { return std::to_string(i); }
-        std::string operator()(double d) const { return formatDouble(d); }
-        std::string operator()(const std::string& s) const { return quote(s); }
-        std::string operator()(const Point& p) const {
-            return "point(" + formatNumber(p.x) + " " + formatNumber(p.y) + ")";
-        }
-        std::string operator()(const Size& s) const {
-            return "size(" + formatNumber(s.width) + " " + formatNumber(s.height) + ")";
-        }
-        std::string operator()(const Rect& r) const {
-            return "[" + formatNumber(r.origin.x) + " " + formatNumber(r.origin.y) + " " +
-                   formatNumber(r.size.width) + " " + formatNumber(r.size.height) + "]";
-        }
-        std::string operator()(const Range& r) const {
-            return "range(" + std::to_string(r.location) + " " + std::to_string(r.length) + ")";
-        }
-        std::string operator()(const AXUIElementRef& e) const { return elementText(e); }
-        std::string operator()(const AXArray& a) const {
-            std::string out = "(";
-            for (size_t i = 0; i < a.size(); ++i) out += (i ? " " : "") + formatTreeValue(a[i]);
-            return out + ")";
-        }
-        std::string operator()(const AXURL& u) const { return "url(" + quote(u.url) + ")"; }
-        // Opaque web positions have no text form.
-        std::string operator()(const AXTextMarker&) const { return "none"; }
-        std::string operator()(const AXTextMarkerRange&) const { return "none"; }
-    };
-    return std::visit(Visitor{}, value.storage());
 }
 
 }  // namespace orv::sim

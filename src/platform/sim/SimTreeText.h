@@ -11,6 +11,9 @@
 // \" \\ \n \t), point(x y), size(w h), range(location length), rect(x y w h) or [x y w h],
 // url("..."), @label (another element) and (v1 v2 ...) arrays. Lines starting with "//" and blank
 // lines are ignored.
+//
+// Texts may come from files anyone wrote: nesting is bounded (kTreeMaxDepth), and what a message
+// quotes from the text is escaped and cut to one short line.
 
 #include <optional>
 #include <string>
@@ -25,6 +28,13 @@ namespace orv::sim {
 class SimNode;
 using SimNodePtr = std::shared_ptr<SimNode>;
 
+// How far below its application an element may lie (a window is 1), and how deep arrays may
+// nest in one value. Far beyond real trees; what lies past them is refused rather than read or
+// built by recursion. A tree text is indented at most kTreeMaxDepth levels, so that the dump of
+// an application (its own line, then its tree) loads back.
+inline constexpr int kTreeMaxDepth = 100;
+inline constexpr int kTreeValueMaxNesting = 100;
+
 // A value as written: either a plain value or a reference to a labelled element (or an array
 // holding such references).
 struct TreeValue {
@@ -34,6 +44,8 @@ struct TreeValue {
     bool isArray = false;
 };
 
+// Nested entries are owned by value; ~TreeEntry recurses, which the bound on indentation keeps
+// shallow.
 struct TreeEntry {
     int line = 0;
     std::string role;
@@ -60,7 +72,8 @@ struct SimTreeResult {
 SimTreeResult parseTreeText(std::string_view text);
 
 // Builds parsed elements as children of parent. References are resolved against labels of the
-// new elements and of the existing subtree of scope; nothing is built when one is unknown.
+// new elements and of the existing subtree of scope; nothing is built when one is unknown, or
+// when an element would lie more than kTreeMaxDepth levels below its application.
 SimTreeResult buildTree(const SimNodePtr& parent, const std::vector<TreeEntry>& entries,
                         const SimNodePtr& scope);
 

@@ -102,4 +102,81 @@ TEST(SimTreeText, MalformedInputNamesTheLineAndBuildsNothing) {
     }
 }
 
+// A line of each level from 1 to levels, each indented one level more than the one above.
+std::string treeOfDepth(int levels) {
+    std::string text;
+    for (int level = 0; level < levels; ++level)
+        text += std::string(static_cast<size_t>(level) * 2, ' ') + "AXGroup\n";
+    return text;
+}
+
+TEST(SimTreeText, NestingPastItsBoundIsRefusedNotRecursedInto) {
+    auto desk = SimDesktop::create();
+    auto& app = desk->addApplication(100, "com.example.editor", "Editor");
+    // Read by recursion, 30,000 open parentheses overflowed the stack.
+    EXPECT_EQ(app.load("AXWindow AXItems=" + std::string(30000, '(')).message(),
+              "line 1: arrays nested more than 100 deep");
+    EXPECT_EQ(
+        app.load("AXWindow AXItems=" + std::string(101, '(') + std::string(101, ')')).message(),
+        "line 1: arrays nested more than 100 deep");
+    ASSERT_TRUE(
+        app.load("AXWindow #w AXItems=" + std::string(100, '(') + "1" + std::string(100, ')'))
+            .ok());
+    EXPECT_EQ(formatTreeValue(*app.find("w")->stored("AXItems")),
+              std::string(100, '(') + "1" + std::string(100, ')'));
+
+    // Elements lie at most 100 levels below their application; a text indents at most as many.
+    EXPECT_EQ(parseTreeText(treeOfDepth(102)).message(), "line 102: indented more than 100 levels");
+    auto& deep = desk->addApplication(200, "com.example.deep", "Deep");
+    EXPECT_EQ(deep.load(treeOfDepth(101)).message(),
+              "line 101: the element would lie 101 levels below its application, past the most "
+              "of 100");
+    EXPECT_TRUE(deep.root()->children().empty());
+    ASSERT_TRUE(deep.load(treeOfDepth(100)).ok());
+    SimNodePtr bottom = deep.root();
+    while (!bottom->children().empty()) bottom = bottom->children()[0];
+    ASSERT_EQ(bottom->depth(), 100);
+    EXPECT_EQ(loadTreeText(bottom, "AXGroup").message(),
+              "line 1: the element would lie 101 levels below its application, past the most of "
+              "100");
+    // The dump starts with the application element, a level above the tree's top.
+    std::string expected;
+    for (size_t level = 1; level <= 100; ++level)
+        expected += std::string(level * 2, ' ') + "AXGroup\n";
+    std::string dump = deep.dump();
+    EXPECT_EQ(dump.substr(dump.find('\n') + 1), expected);
+    // The dump, a level deeper than the tree, loads back.
+    auto& again = desk->addApplication(300, "com.example.deep", "Deep");
+    ASSERT_TRUE(again.load(dump).ok());
+    EXPECT_EQ(again.dump(), dump);
+}
+
+TEST(SimTreeText, MessagesQuoteTheTextEscapedAndCut) {
+    struct Case {
+        std::string text;
+        std::string message;
+    } cases[] = {
+        {"AXWindow AXMain=\x1b[2J", "line 1: cannot read value '\\x1b[2J'"},
+        {std::string("AXWindow AXMain=\0", 17), "line 1: cannot read value '\\x00'"},
+        {"AXWindow \"a\\\x07\"", "line 1: unknown escape \\\\x07 in string"},
+        {"A=\xe2\x80\xae", "line 1: expected a role before the attributes, found 'A=\\u{202e}'"},
+        {"AXWindow #a\xef\xbb\xbf", "line 1: expected attribute as key=value, found '\\u{feff}'"},
+    };
+    for (auto& c : cases) EXPECT_EQ(parseTreeText(c.text).message(), c.message) << c.text;
+
+    // A token of 10 MB is quoted in a short line, not echoed whole.
+    for (std::string text : {"AXWindow AXMain=" + std::string(10 << 20, 'x'),
+                             "AXWindow AXId=" + std::string(10 << 20, '7') + "e",
+                             "AXWindow #" + std::string(10 << 20, 'l') + "\n  AXButton #" +
+                                 std::string(10 << 20, 'l')}) {
+        std::string message = parseTreeText(text).message();
+        if (message.empty()) {
+            auto desk = SimDesktop::create();
+            message = desk->addApplication(100, "com.example.a", "A").load(text).message();
+        }
+        EXPECT_LT(message.size(), 300u) << message.substr(0, 300);
+        EXPECT_NE(message.find(" more bytes)"), std::string::npos) << message.substr(0, 300);
+    }
+}
+
 }  // namespace
