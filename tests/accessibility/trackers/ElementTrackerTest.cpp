@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/FocusShape.h"
 #include "accessibility/element/ORVAXElement.h"
 #include "accessibility/focus/ORVAXFocusTracker.h"
 #include "accessibility/trackers/ORVAXElementTracker.h"
@@ -45,12 +46,7 @@ AXMenu [10 30 200 300] #menu
         return ORVAXElementTracker::newFor(ORVAXElement::newForElement(desk->ref(app->find(label))),
                                            appElement);
     }
-    // (x, y, w, h, edgeX, edgeY, source) of a tracker's focus.
-    static std::string shape(const ORVOrientedRectRef& r) {
-        if (!r) return "nil";
-        return r->rect().toString() + " " + std::to_string(r->edgeX()) + "," +
-               std::to_string(r->edgeY()) + " " + std::to_string(r->source());
-    }
+    static std::string shape(const ORVOrientedRectRef& r) { return test::focusShape(r); }
 
     std::shared_ptr<sim::SimDesktop> desk = sim::SimDesktop::create();
     sim::SimApp* app = nullptr;

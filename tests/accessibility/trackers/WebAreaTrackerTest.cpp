@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/FocusShape.h"
 #include "accessibility/element/ORVAXElement.h"
 #include "accessibility/focus/ORVAXFocusTracker.h"
 #include "accessibility/trackers/ORVAXWebAreaElementTracker.h"
@@ -42,11 +43,7 @@ class WebAreaTrackers : public ::testing::Test {
             ORVAXElementTracker::newFor(ORVAXElement::newForElement(desk->ref(app.find(label))),
                                         ORVAXElement::newForApplication(app.pid())));
     }
-    static std::string shape(const ORVOrientedRectRef& r) {
-        if (!r) return "nil";
-        return r->rect().toString() + " " + std::to_string(r->edgeX()) + "," +
-               std::to_string(r->edgeY()) + " " + std::to_string(r->source());
-    }
+    static std::string shape(const ORVOrientedRectRef& r) { return test::focusShape(r); }
 
     std::shared_ptr<sim::SimDesktop> desk = sim::SimDesktop::create();
 };
