@@ -147,7 +147,6 @@ until dbus-send --session --print-reply --dest=org.a11y.Bus /org/a11y/bus org.a1
     if [ $n -gt 100 ]; then log "accessibility bus did not come up"; exit 4; fi
     sleep 0.1
 done
-
 # Without a window manager no window is active and no focus event fires.
 wm_up=0
 for attempt in 1 2 3; do
@@ -169,6 +168,18 @@ done
 if [ $wm_up != 1 ]; then
     log "openbox did not start (see $logdir/openbox.log)"
     exit 4
+fi
+
+# Qt finds the accessibility bus only through the root window's AT_SPI_BUS property, which a
+# real session's launcher sets; without it Qt applications never register. Set once the window
+# manager holds a connection: Xvfb resets the server, properties and all, when its last client
+# leaves.
+a11y_addr=$(sed -n 's/^ *string "\(.*\)"$/\1/p' "$rundir/a11y.addr")
+if [ -n "$a11y_addr" ]; then
+    xprop -root -f AT_SPI_BUS 8s -set AT_SPI_BUS "$a11y_addr" ||
+        log "could not set AT_SPI_BUS on the root window"
+else
+    log "accessibility bus address not understood: $(cat "$rundir/a11y.addr")"
 fi
 
 log "DISPLAY=$DISPLAY DBUS_SESSION_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS logs in $logdir"
