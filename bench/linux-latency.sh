@@ -115,17 +115,25 @@ run() {
     kill -TERM "$pid" "$sinkpid" 2>/dev/null || true
     wait "$pid" "$sinkpid" 2>/dev/null || true
 
-    # Each focus change pairs with the first datagram after it that carries its rectangle.
+    # Each focus change pairs with the first datagram after it that carries its rectangle, or,
+    # for the agent, a text cursor mark inside it (text fields get the cursor, not the field).
     awk -v sh="$sh" -v sx="$sx" -v sy="$sy" -v out="$work/$tag.lat" '
         function key(x, y, w, h) { return (x - sx) ":" (sh - (y - sy) - h) ":" w ":" h }
+        function within(i, k) {
+            return dw[k] <= 2 && dx[k] >= fx[i] && dx[k] + dw[k] <= fx[i] + fw[i] &&
+                   dy[k] >= fy[i] && dy[k] + dh[k] <= fy[i] + fh[i]
+        }
         FNR == NR {
             n = NF
             ft[++nf] = $n; fk[nf] = key($(n - 4), $(n - 3), $(n - 2), $(n - 1))
+            fx[nf] = $(n - 4) - sx; fy[nf] = sh - ($(n - 3) - sy) - $(n - 1)
+            fw[nf] = $(n - 2); fh[nf] = $(n - 1)
             next
         }
         /ORVCommReq/ {
             split($2, f, ":")
             dt[++nd] = $1; dk[nd] = f[3] ":" f[4] ":" f[5] ":" f[6]
+            dx[nd] = f[3]; dy[nd] = f[4]; dw[nd] = f[5]; dh[nd] = f[6]
         }
         END {
             j = 1; matched = 0; missed = 0
@@ -135,7 +143,7 @@ run() {
                 # The same widgets come round every few hundred ms: a datagram later than this
                 # belongs to another visit, and this change counts as missed.
                 for (k = j; k <= nd && dt[k] <= ft[i] + 100000; k++)
-                    if (dk[k] == fk[i]) { found = k; break }
+                    if (dk[k] == fk[i] || within(i, k)) { found = k; break }
                 if (found) { printf "%.3f\n", (dt[found] - ft[i]) / 1000 > out; j = found + 1 }
                 else missed++
             }
