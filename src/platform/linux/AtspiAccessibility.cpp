@@ -16,6 +16,9 @@ namespace {
 
 constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
 constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
+// Objects whose last extents are remembered for reads that time out; past this, all are
+// forgotten.
+constexpr size_t kLastExtentsKept = 1024;
 constexpr int kMaxDepth = 200;
 
 enum class Attr {
@@ -314,12 +317,34 @@ AXError AtspiAccessibility::roleDescription(AtspiAccessible* acc, const std::str
 
 AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
     const Point o = desktop_->screenOrigin();
-    Rect known;
-    if (turn_.find(acc, &known)) {
-        *out =
-            Rect(known.origin.x - o.x, known.origin.y - o.y, known.size.width, known.size.height);
+    std::string key = busNameOf(acc) + pathOf(acc);
+    Rect r;
+    AXError e = rawExtents(acc, &r);
+    std::optional<Point> shift;
+    if (e == kAXErrorSuccess) {
+        shift = surfaceOffset(acc);
+        // Window-relative numbers whose window is not found would put the focus anywhere.
+        if (!shift) e = kAXErrorNoValue;
+    }
+    if (e == kAXErrorCannotComplete) {
+        // A busy application that does not answer in time has not moved its objects as far as
+        // anyone knows: its last answer stands, instead of a focus that jumps to nothing.
+        auto it = lastExtents_.find(key);
+        if (it == lastExtents_.end()) return e;
+        *out = Rect(it->second.origin.x - o.x, it->second.origin.y - o.y, it->second.size.width,
+                    it->second.size.height);
         return kAXErrorSuccess;
     }
+    if (e != kAXErrorSuccess) return e;
+    const Rect x11(r.origin.x + shift->x, r.origin.y + shift->y, r.size.width, r.size.height);
+    if (lastExtents_.size() >= kLastExtentsKept) lastExtents_.clear();
+    lastExtents_[std::move(key)] = x11;
+    *out = Rect(x11.origin.x - o.x, x11.origin.y - o.y, x11.size.width, x11.size.height);
+    return kAXErrorSuccess;
+}
+
+AXError AtspiAccessibility::rawExtents(AtspiAccessible* acc, Rect* x11) {
+    if (turn_.find(acc, x11)) return kAXErrorSuccess;
     if (turn_.timedOut(acc)) return kAXErrorCannotComplete;
     CallClock clock;
     GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(acc));
@@ -338,8 +363,8 @@ AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
         return kAXErrorCannotComplete;
     if (rect.width < 0 || rect.height < 0 || rect.x == INT_MIN || rect.y == INT_MIN)
         return kAXErrorNoValue;
-    turn_.remember(acc, Rect(rect.x, rect.y, rect.width, rect.height));
-    *out = Rect(rect.x - o.x, rect.y - o.y, rect.width, rect.height);
+    *x11 = Rect(rect.x, rect.y, rect.width, rect.height);
+    turn_.remember(acc, *x11);
     return kAXErrorSuccess;
 }
 
@@ -733,9 +758,13 @@ AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef
             g_free(r);
             return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
         }
-        const Point o = desktop_->screenOrigin();
-        *out = AXValue(Rect(r->x - o.x, r->y - o.y, r->width, r->height));
+        const Rect raw(r->x, r->y, r->width, r->height);
         g_free(r);
+        const std::optional<Point> shift = surfaceOffset(acc);
+        if (!shift) return kAXErrorNoValue;
+        const Point o = desktop_->screenOrigin();
+        *out = AXValue(Rect(raw.origin.x + shift->x - o.x, raw.origin.y + shift->y - o.y,
+                            raw.size.width, raw.size.height));
         return kAXErrorSuccess;
     }
     GStr s{atspi_text_get_text(text.p, start, end, &err)};
@@ -929,7 +958,10 @@ AXError AtspiAccessibility::copyElementAtPosition(const AXUIElementRef& element,
             Rect r;
             if (extents(w->accessible(), &r) != kAXErrorSuccess) continue;
             if (!r.contains(Point{x, y})) continue;
-            return deepestAt(w->accessible(), sx, sy, out);
+            // Window-relative toolkits are asked with the point in their own terms.
+            const Point shift = surfaceOffset(w->accessible()).value_or(Point{});
+            return deepestAt(w->accessible(), sx - static_cast<int>(shift.x),
+                             sy - static_cast<int>(shift.y), out);
         }
     }
     return kAXErrorNoValue;

@@ -1,13 +1,18 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/Accessibility.h"
 #include "platform/linux/AtspiDesktop.h"
 #include "platform/linux/TurnExtents.h"
+#include "platform/linux/WindowRelative.h"
 
 namespace orv::linuxdesk {
 
@@ -46,6 +51,8 @@ class AtspiAccessibility final : public AccessibilityAPI {
         turn_.topLevelGeneration = std::move(generation);
     }
     const std::shared_ptr<AtspiDesktop>& sharedDesktop() const { return desktop_; }
+    // The X windows of a process, for toolkits that answer window-relative extents.
+    std::function<std::vector<XSurface>(pid_t)> surfacesOf;
 
   private:
     AXError readSystemWide(const std::string& attribute, AXValue* out);
@@ -53,6 +60,11 @@ class AtspiAccessibility final : public AccessibilityAPI {
     AXError roleOf(AtspiAccessible* acc, int* role, uint32_t* hints);
     AXError roleDescription(AtspiAccessible* acc, const std::string& bus, AXValue* out);
     AXError extents(AtspiAccessible* acc, Rect* out);
+    // As the toolkit answered, in X screen coordinates as far as it knows them.
+    AXError rawExtents(AtspiAccessible* acc, Rect* x11);
+    // What to add to the object's extents to make them X screen coordinates: zero for toolkits
+    // that know where their windows are; nothing when the window cannot be found.
+    std::optional<Point> surfaceOffset(AtspiAccessible* acc);
     AXError children(AtspiAccessible* acc, AXArray* out, bool windowsOnly);
     AXError topLevel(const AtspiElement& el, AXValue* out);
     AXError value(AtspiAccessible* acc, int role, AXValue* out);
@@ -65,6 +77,11 @@ class AtspiAccessibility final : public AccessibilityAPI {
     AXUIElementRef systemWide_;
     // Localized role names by application and role: they never change while it runs.
     std::map<std::pair<std::string, int>, std::string> roleNames_;
+    // Surface offsets by topmost ancestor (bus name and path), for the current turn.
+    std::unordered_map<std::string, std::optional<Point>> offsets_;
+    uint64_t offsetsTurn_ = ~uint64_t{0};
+    // The last extents each object answered (bus name and path), in X screen coordinates.
+    std::unordered_map<std::string, Rect> lastExtents_;
 };
 
 }  // namespace orv::linuxdesk

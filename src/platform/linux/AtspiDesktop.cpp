@@ -10,28 +10,19 @@
 #include <deque>
 
 #include "Common/OrvLogger.h"
+#include "platform/linux/AtspiDesktopInternal.h"
 #include "platform/linux/LinuxRoles.h"
 
 namespace orv::linuxdesk {
 
+using namespace detail;
+
 namespace {
 
-constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
 // What a call may block when nobody has set a timeout: the same bound the agent asks for.
 constexpr double kDefaultTimeout = 0.25;
-// Nodes looked at when the Collection interface is missing and the tree is walked by hand.
-constexpr int kFocusSearchLimit = 2000;
-// How long a window activation may wait for its focus widget's focus-in (GTK sends it on a later
-// turn of its loop, a few milliseconds after); a window with no focus widget waits this long.
-constexpr double kFocusGrace = 0.1;
-// GTK's second focus-in for a widget follows the first within a turn of its loop.
-constexpr double kSecondAnnouncement = 0.1;
 // Objects whose last bounds-changed rectangle is remembered; past this, all are forgotten.
 constexpr size_t kBoundsKept = 4096;
-
-double monotonicSeconds() {
-    return static_cast<double>(g_get_monotonic_time()) / 1e6;
-}
 
 // Notifications and the AT-SPI events they come from. The first group is always registered: it
 // keeps focus, windows and the application list.
@@ -64,25 +55,6 @@ const std::unordered_map<std::string, std::vector<const char*>>& notificationEve
     };
     return table;
 }
-
-enum class EventKind {
-    Focused,
-    Unfocused,
-    ActiveDescendant,
-    WindowActivate,
-    WindowDeactivate,
-    WindowCreate,
-    ChildAdded,
-    ChildRemoved,
-    Defunct,
-    Bounds,
-    WindowReshaped,  // from the X server, not AT-SPI
-    ValueChanged,
-    SelectedText,
-    NameChanged,
-    SelectionChanged,
-    Ignored,
-};
 
 EventKind kindOf(const char* type, int detail1) {
     auto is = [type](const char* prefix) {
@@ -143,22 +115,6 @@ CallClock::CallClock() : start_(monotonicSeconds()) {}
 double CallClock::elapsed() const {
     return monotonicSeconds() - start_;
 }
-
-struct AtspiDesktop::Pending {
-    EventKind kind;
-    AtspiElementRef source;
-    AtspiElementRef other;
-    double at = monotonicSeconds();  // arrival
-};
-
-struct AtspiDesktop::Delivery {
-    std::weak_ptr<AtspiObserver> observer;
-    const AtspiObserver* key = nullptr;
-    AtspiElementRef element;
-    std::string notification;
-    void* refcon = nullptr;
-    std::function<void()> action;  // workspace signals, in order with the notifications
-};
 
 AtspiDesktop::AtspiDesktop(std::shared_ptr<MainLoop> loop) : loop_(std::move(loop)) {
     alive_ = std::make_shared<bool>(true);
@@ -353,199 +309,6 @@ void AtspiDesktop::setFrontmost(AppInfo* app) {
 
 // --- Focus and windows ------------------------------------------------------------------------
 
-bool AtspiDesktop::hasState(AtspiAccessible* acc, int state) {
-    if (!acc) return false;
-    AtspiStateSet* set = atspi_accessible_get_state_set(acc);
-    if (!set) return false;
-    const bool has = atspi_state_set_contains(set, static_cast<AtspiStateType>(state));
-    g_object_unref(set);
-    return has;
-}
-
-AtspiElementRef AtspiDesktop::activeWindow(AppInfo& app, AXError* err) {
-    *err = kAXErrorSuccess;
-    if (app.activeWindow) {
-        AtspiAccessible* w = app.activeWindow->accessible();
-        // GTK tells of the activation before the window shows the state.
-        if (app.activeFromEvent ? !hasState(w, ATSPI_STATE_DEFUNCT)
-                                : hasState(w, ATSPI_STATE_ACTIVE))
-            return app.activeWindow;
-    }
-    app.activeWindow.reset();
-    app.activeFromEvent = false;
-    AtspiAccessible* root = app.root ? app.root->accessible() : nullptr;
-    if (!root) {
-        *err = kAXErrorInvalidUIElement;
-        return nullptr;
-    }
-    CallClock clock;
-    GError* gerr = nullptr;
-    const int n = atspi_accessible_get_child_count(root, &gerr);
-    if (n < 0 || gerr) {
-        *err = errorFor(gerr, clock, kAXErrorNoValue);
-        if (gerr) g_error_free(gerr);
-        return nullptr;
-    }
-    for (int i = 0; i < n; ++i) {
-        AtspiAccessible* w = atspi_accessible_get_child_at_index(root, i, nullptr);
-        if (!w) continue;
-        if (hasState(w, ATSPI_STATE_ACTIVE)) {
-            app.activeWindow = AtspiElement::adopt(w);
-            return app.activeWindow;
-        }
-        g_object_unref(w);
-    }
-    *err = looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorNoValue;
-    return nullptr;
-}
-
-AtspiElementRef AtspiDesktop::searchFocus(AppInfo& app) {
-    ++stats_.focusSearches;
-    AXError err;
-    AtspiElementRef window = activeWindow(app, &err);
-    if (!window) return nullptr;
-    AtspiAccessible* win = window->accessible();
-    if (AtspiCollection* coll = atspi_accessible_get_collection_iface(win)) {
-        AtspiStateSet* states = atspi_state_set_new(nullptr);
-        atspi_state_set_add(states, ATSPI_STATE_FOCUSED);
-        AtspiMatchRule* rule = atspi_match_rule_new(
-            states, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
-            ATSPI_Collection_MATCH_NONE, nullptr, ATSPI_Collection_MATCH_NONE, FALSE);
-        GError* gerr = nullptr;
-        GArray* found = atspi_collection_get_matches(
-            coll, rule, ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, &gerr);
-        g_object_unref(rule);
-        g_object_unref(states);
-        g_object_unref(coll);
-        AtspiElementRef result;
-        const bool answered = found && !gerr;
-        if (found) {
-            if (found->len > 0)
-                result = AtspiElement::make(g_array_index(found, AtspiAccessible*, 0));
-            for (guint i = 0; i < found->len; ++i)
-                g_object_unref(g_array_index(found, AtspiAccessible*, i));
-            g_array_free(found, TRUE);
-        }
-        if (gerr) g_error_free(gerr);
-        if (answered) return result;
-    }
-    // No Collection interface: walk the showing part of the window breadth-first.
-    std::deque<AtspiAccessible*> queue{static_cast<AtspiAccessible*>(g_object_ref(win))};
-    AtspiElementRef result;
-    int seen = 0;
-    while (!queue.empty() && seen < kFocusSearchLimit) {
-        AtspiAccessible* node = queue.front();
-        queue.pop_front();
-        ++seen;
-        AtspiStateSet* set = atspi_accessible_get_state_set(node);
-        const bool focused = set && atspi_state_set_contains(set, ATSPI_STATE_FOCUSED);
-        const bool walk = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING) &&
-                          !atspi_state_set_contains(set, ATSPI_STATE_MANAGES_DESCENDANTS);
-        if (set) g_object_unref(set);
-        if (focused && node != win) {
-            result = AtspiElement::adopt(node);
-            break;
-        }
-        if (walk || node == win) {
-            const int n = atspi_accessible_get_child_count(node, nullptr);
-            for (int i = 0; i < n; ++i)
-                if (AtspiAccessible* c = atspi_accessible_get_child_at_index(node, i, nullptr))
-                    queue.push_back(c);
-        }
-        g_object_unref(node);
-    }
-    for (AtspiAccessible* node : queue) g_object_unref(node);
-    return result;
-}
-
-AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
-    *err = kAXErrorSuccess;
-    // An object announced focused, with no focus-out since, that does not show the state.
-    AtspiElementRef announced;
-    // Nothing has happened since the last check: the answer stands (the pollers ask ten times a
-    // second).
-    if (app.focus && app.focusLive && app.checkedAt == stats_.events) return app.focus;
-    if (app.focus && app.focusLive) {
-        AtspiAccessible* check =
-            app.focusContainer ? app.focusContainer->accessible() : app.focus->accessible();
-        if (hasState(check, ATSPI_STATE_DEFUNCT)) {
-            app.focusLive = false;
-            app.searched = false;
-        } else if (hasState(check, ATSPI_STATE_FOCUSED)) {
-            app.checkedAt = stats_.events;
-            return app.focus;
-        } else {
-            announced = app.focus;
-            app.focusLive = false;
-            app.searched = false;
-        }
-    }
-    if (!app.searched) {
-        app.searched = true;
-        if (auto found = searchFocus(app)) {
-            app.focus = found;
-            app.focusContainer.reset();
-            app.focusLive = true;
-            if (!app.toldFocus || !app.toldFocus->equals(*found)) {
-                // Found before its focus-in was handled, which would then pass for a repeat:
-                // the observers of this moment are told on the next turn, as by the event.
-                app.toldFocus = found;
-                notify(app.bus, "AXFocusedUIElementChanged", found, found_);
-                scheduleFlush();
-            }
-            return found;
-        }
-    }
-    // A focus-in waiting for the next turn is newer than anything held: GTK shows the focused
-    // state only from a later idle, so a search in between finds nothing.
-    for (auto it = pending_.rbegin(); it != pending_.rend(); ++it) {
-        if (it->kind != EventKind::Focused && it->kind != EventKind::Unfocused) continue;
-        if (it->source->busName() != app.bus) continue;
-        if (it->kind == EventKind::Focused) return it->source;
-        break;
-    }
-    if (announced) {
-        // GtkListBox announces a row focused before the row takes focus, and in between nothing
-        // in the window shows the state: the announcement stands until something else does.
-        app.focusLive = true;
-        return announced;
-    }
-    if (app.resumeFocus && app.focus && app.activeWindow &&
-        !hasState(app.focus->accessible(), ATSPI_STATE_DEFUNCT) &&
-        isWithin(app.focus->accessible(), *app.activeWindow)) {
-        // GTK tells of a window's activation first and of its focus widget's focus-in on a later
-        // turn; the window keeps its focus widget meanwhile. Answering "none" in between moved
-        // the magnifier off the window and back at every switch of application.
-        app.resumeFocus = false;
-        app.focusLive = true;
-        return app.focus;
-    }
-    *err = kAXErrorNoValue;
-    return nullptr;
-}
-
-bool AtspiDesktop::isWithin(AtspiAccessible* acc, const AtspiElement& window) {
-    AtspiAccessible* cur = acc ? static_cast<AtspiAccessible*>(g_object_ref(acc)) : nullptr;
-    bool within = false;
-    for (int depth = 0; cur && depth < 64 && !within; ++depth) {
-        within = window.isSame(busNameOf(cur), pathOf(cur));
-        AtspiAccessible* parent = atspi_accessible_get_parent(cur, nullptr);
-        g_object_unref(cur);
-        cur = parent;
-    }
-    if (cur) g_object_unref(cur);
-    return within;
-}
-
-AtspiElementRef AtspiDesktop::systemFocusedObject(AXError* err) {
-    AppInfo* app = frontmostApp();
-    if (!app) {
-        *err = kAXErrorNoValue;
-        return nullptr;
-    }
-    return focusedObject(*app, err);
-}
-
 // --- Observers --------------------------------------------------------------------------------
 
 void AtspiDesktop::addObserver(const std::shared_ptr<AtspiObserver>& observer) {
@@ -680,36 +443,13 @@ void AtspiDesktop::notify(const std::string& bus, const std::string& notificatio
     }
 }
 
-bool AtspiDesktop::repeatedFocusIn(AppInfo& app, const Pending& ev) {
-    // GTK sends each focus-in twice, the second from an idle callback: after a focus-out when
-    // the focus left the widget for nothing at once. That one is stale.
-    if (app.focusLive && app.focus && app.focus->equals(*ev.source) && !app.focusContainer &&
-        app.toldFocus && app.toldFocus->equals(*ev.source))
-        return true;
-    if (app.lastFocusIn && app.lastFocusIn->equals(*ev.source) &&
-        ev.at - app.lastFocusInAt < kSecondAnnouncement) {
-        ++stats_.staleFocusIns;
-        return true;
-    }
-    return false;
-}
-
-void AtspiDesktop::focusLeft(AppInfo& app, const AtspiElement& source) {
-    const AtspiElementRef& held = app.focusContainer ? app.focusContainer : app.focus;
-    if (held && held->equals(source)) {
-        app.focusLive = false;
-        app.searched = false;
-        app.resumeFocus = false;
-    }
-}
-
 bool AtspiDesktop::takenInAtOnce(const Pending& ev) {
     if (flushing_ || !pending_.empty() || flushScheduled_ || !held_.empty() || !found_.empty())
         return false;
     auto app = apps_.find(ev.source->busName());
     switch (ev.kind) {
         case EventKind::Unfocused:
-            if (app != apps_.end()) focusLeft(app->second, *ev.source);
+            if (app != apps_.end()) focusLeft(app->second, *ev.source, ev.at);
             return true;
         case EventKind::Focused:
             return app != apps_.end() && repeatedFocusIn(app->second, ev);
@@ -727,6 +467,35 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (repeatedFocusIn(*app, ev)) return;
             app->lastFocusIn = ev.source;
             app->lastFocusInAt = ev.at;
+            app->leftAt = 0;
+            app->answeredInTransit = false;
+            if (app->focusLive && app->focusContainer && app->focusContainer->equals(*ev.source))
+                // A tree or table tells of its focused cell before its own focus-in (GTK 3):
+                // the cell stays the focus.
+                return;
+            if (app->idleContainer && app->idleContainer->equals(*ev.source) &&
+                app->idleDescendant &&
+                !hasState(app->idleDescendant->accessible(), ATSPI_STATE_DEFUNCT)) {
+                AtspiElementRef cell = app->idleDescendant;
+                app->idleContainer.reset();
+                app->idleDescendant.reset();
+                app->focus = cell;
+                app->focusContainer = ev.source;
+                app->focusLive = true;
+                app->searched = true;
+                app->resumeFocus = false;
+                if (!(frontKnown_ && frontBus_ == bus)) {
+                    setFrontmost(app);
+                    const pid_t pid = app->pid;
+                    out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
+                                               frontApplicationSwitched.emit(pid);
+                                           }});
+                }
+                newFocus_.push_back(cell);
+                app->toldFocus = cell;
+                notify(bus, "AXFocusedUIElementChanged", cell, out);
+                return;
+            }
             app->focus = ev.source;
             app->focusContainer.reset();
             app->focusLive = true;
@@ -746,7 +515,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         }
         case EventKind::Unfocused: {
             auto it = apps_.find(bus);
-            if (it != apps_.end()) focusLeft(it->second, *ev.source);
+            if (it != apps_.end()) focusLeft(it->second, *ev.source, ev.at);
             return;
         }
         case EventKind::ActiveDescendant: {
@@ -758,13 +527,19 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                 (app->focusContainer && app->focusContainer->equals(*ev.source) &&
                  app->focusLive) ||
                 hasState(ev.source->accessible(), ATSPI_STATE_FOCUSED);
-            if (!containerHasFocus) return;
+            if (!containerHasFocus) {
+                app->idleContainer = ev.source;
+                app->idleDescendant = ev.other;
+                return;
+            }
             if (app->focusLive && app->focus && app->focus->equals(*ev.other) && app->toldFocus &&
                 app->toldFocus->equals(*ev.other))
                 return;
             app->focus = ev.other;
             app->focusContainer = ev.source;
             app->focusLive = true;
+            app->leftAt = 0;
+            app->answeredInTransit = false;
             app->searched = true;
             app->resumeFocus = false;
             newFocus_.push_back(ev.other);
@@ -872,12 +647,6 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         case EventKind::Ignored:
             return;
     }
-}
-
-bool AtspiDesktop::focusSettled(AppInfo& app) {
-    if (app.focusLive) return true;
-    return app.resumeFocus && app.focus && app.activeWindow &&
-           isWithin(app.focus->accessible(), *app.activeWindow);
 }
 
 void AtspiDesktop::flush() {

@@ -49,6 +49,10 @@ struct AppInfo {
     // Focus as the events told it; `live` is false after the object lost focus.
     AtspiElementRef focus;
     AtspiElementRef focusContainer;  // set when focus came from active-descendant-changed
+    // The last active descendant told of a container that had no focus then (GTK 3 moves a
+    // tree view's cursor before the tree view takes focus): its focus-in means that cell.
+    AtspiElementRef idleContainer;
+    AtspiElementRef idleDescendant;
     bool focusLive = false;
     // The focus observers were last told of, by its event or by the search that found it first.
     AtspiElementRef toldFocus;
@@ -68,6 +72,14 @@ struct AppInfo {
     // `activeWindow` came from window:activate and no window:deactivate has followed: it stands
     // even before the window shows the ACTIVE state.
     bool activeFromEvent = false;
+    // When `focus` lost focus (monotonic seconds; 0: it has not since it came). Toolkits say
+    // focus-out first and the next focus-in a moment later; until then the focus is in transit.
+    double leftAt = 0;
+    bool transitTimerSet = false;
+    // Something read the focus during the transit and was given the one that left.
+    bool answeredInTransit = false;
+    // Its toolkit answers extents relative to each window: -1 not yet asked, else 0 or 1.
+    int windowRelative = -1;
 };
 
 class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
@@ -133,13 +145,15 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
 
     // Counters for tests and diagnostics: events received, notifications delivered, searches
     // of a window for its focused object, bounds-changed events dropped as no change, second
-    // focus-ins dropped after a focus-out.
+    // focus-ins dropped after a focus-out, reads answered with the focus that left while the
+    // next focus-in was awaited.
     struct Stats {
         uint64_t events = 0;
         uint64_t deliveries = 0;
         uint64_t focusSearches = 0;
         uint64_t unchangedBounds = 0;
         uint64_t staleFocusIns = 0;
+        uint64_t transitAnswers = 0;
     };
     const Stats& stats() const { return stats_; }
 
@@ -173,7 +187,11 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // a repeated focus-in) is taken in as it arrives: a turn of the loop fewer for each.
     bool takenInAtOnce(const Pending& ev);
     bool repeatedFocusIn(AppInfo& app, const Pending& ev);
-    void focusLeft(AppInfo& app, const AtspiElement& source);
+    void focusLeft(AppInfo& app, const AtspiElement& source, double at);
+    // The focus that left, while the next focus-in may still come; null outside a transit.
+    AtspiElementRef focusInTransit(AppInfo& app);
+    // A transit ended with no focus-in: whoever was told the old focus reads again.
+    void endTransit(const std::string& bus);
     void notify(const std::string& bus, const std::string& notification,
                 const AtspiElementRef& element, std::vector<Delivery>& out);
     void setFrontmost(AppInfo* app);

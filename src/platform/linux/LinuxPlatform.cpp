@@ -124,6 +124,11 @@ std::shared_ptr<Platform> makeLinuxPlatform(std::string* whyNot) {
         auto d = weakDisplays.lock();
         return d ? d->topLevelGeneration() : ~uint64_t{0};
     });
+    // GTK 4 answers extents relative to its windows; the X server knows where they are.
+    ax->surfacesOf = [weakDisplays](pid_t pid) {
+        auto d = weakDisplays.lock();
+        return d ? d->surfacesOf(pid) : std::vector<XSurface>{};
+    };
     p->ax = ax;
     p->workspace = std::make_shared<LinuxWorkspace>(desktop);
     p->displays = displays;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -7,6 +9,7 @@
 
 #include "platform/Desktop.h"
 #include "platform/MainLoop.h"
+#include "platform/linux/WindowRelative.h"
 
 typedef struct _XDisplay Display;
 
@@ -49,6 +52,10 @@ class X11Displays final : public Displays {
     // window may be destroyed between two requests, and that must not end the process).
     unsigned long topLevelOf(unsigned long window);
 
+    // The mapped windows of a process: its top-level client windows (by _NET_WM_PID) and the
+    // popups (override-redirect) its X connection made. Kept until a top-level window changes.
+    std::vector<XSurface> surfacesOf(pid_t pid);
+
   private:
     X11Displays(Display* display, Display* pointer, MainLoop& loop);
     void readLayout();
@@ -68,6 +75,11 @@ class X11Displays final : public Displays {
     // Geometry of the root's children as ConfigureNotify last gave it.
     std::unordered_map<unsigned long, Rect> topLevels_;
     uint64_t topLevelGeneration_ = 0;
+    struct KeptSurfaces {
+        uint64_t generation;
+        std::vector<XSurface> surfaces;
+    };
+    std::unordered_map<pid_t, KeptSurfaces> surfaces_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 

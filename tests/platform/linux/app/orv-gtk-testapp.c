@@ -7,6 +7,12 @@
  *   unfocus         leave the window without a focused widget
  *   announce NAME   what GtkListBox does with its rows: focus leaves the current widget, NAME
  *                   is announced focused at once, and really gets focus 300 ms later
+ *   gap MS NAME     what toolkits do between two focuses: focus leaves the current widget, and
+ *                   NAME gets focus MS ms later
+ *   tree            open a second window, "Tree window", whose tree view "Tree" (rows Alpha,
+ *                   Beta, Gamma) takes the focus
+ *   retell-tree     announce the tree view focused again, as GTK's repeated focus-in does when
+ *                   its idle callback comes late
  *   cycle MS N      give focus to the next widget of the focus order every MS ms, N times,
  *                   then write "done"
  *   move X Y        move the window
@@ -148,6 +154,34 @@ static gboolean synced(gpointer data) {
     return G_SOURCE_REMOVE;
 }
 
+static GtkWidget *tree_view;
+
+static void open_tree(void) {
+    if (tree_view) {
+        gtk_window_present(GTK_WINDOW(gtk_widget_get_toplevel(tree_view)));
+        gtk_widget_grab_focus(tree_view);
+        return;
+    }
+    GtkWidget *w = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_title(GTK_WINDOW(w), "Tree window");
+    gtk_window_set_default_size(GTK_WINDOW(w), 240, 200);
+    gtk_window_move(GTK_WINDOW(w), 520, 60);
+    GtkListStore *store = gtk_list_store_new(1, G_TYPE_STRING);
+    const char *rows[] = {"Alpha", "Beta", "Gamma"};
+    for (int i = 0; i < 3; i++) gtk_list_store_insert_with_values(store, NULL, -1, 0, rows[i], -1);
+    tree_view = gtk_tree_view_new_with_model(GTK_TREE_MODEL(store));
+    g_object_unref(store);
+    gtk_tree_view_insert_column_with_attributes(GTK_TREE_VIEW(tree_view), -1, "Name",
+                                                gtk_cell_renderer_text_new(), "text", 0, NULL);
+    name_widget(tree_view, "Tree");
+    gtk_container_add(GTK_CONTAINER(w), tree_view);
+    gtk_widget_show_all(w);
+    GtkTreePath *path = gtk_tree_path_new_first();
+    gtk_tree_view_set_cursor(GTK_TREE_VIEW(tree_view), path, NULL, FALSE);
+    gtk_tree_path_free(path);
+    gtk_widget_grab_focus(tree_view);
+}
+
 static void handle(const char *line) {
     if (g_str_has_prefix(line, "focus ")) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 6);
@@ -166,6 +200,23 @@ static void handle(const char *line) {
         gtk_window_set_focus(GTK_WINDOW(window), NULL);
         atk_object_notify_state_change(gtk_widget_get_accessible(w), ATK_STATE_FOCUSED, TRUE);
         g_timeout_add(300, grab_later, w);
+    } else if (g_str_has_prefix(line, "gap ")) {
+        int ms = 0, used = 0;
+        GtkWidget *w = NULL;
+        if (sscanf(line + 4, "%d %n", &ms, &used) == 1 && ms >= 0)
+            w = g_hash_table_lookup(by_name, line + 4 + used);
+        if (!w) {
+            g_printerr("bad gap '%s'\n", line + 4);
+            return;
+        }
+        gtk_window_set_focus(GTK_WINDOW(window), NULL);
+        g_timeout_add(ms, grab_later, w);
+    } else if (strcmp(line, "tree") == 0) {
+        open_tree();
+    } else if (strcmp(line, "retell-tree") == 0) {
+        if (tree_view)
+            atk_object_notify_state_change(gtk_widget_get_accessible(tree_view),
+                                           ATK_STATE_FOCUSED, TRUE);
     } else if (g_str_has_prefix(line, "cycle ")) {
         int ms = 0, count = 0;
         if (sscanf(line + 6, "%d %d", &ms, &count) == 2 && ms > 0 && count >= 0)

@@ -1,0 +1,70 @@
+#pragma once
+
+// What the AT-SPI desktop's files share and nobody else needs.
+
+#include <glib.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/linux/AtspiDesktop.h"
+
+namespace orv::linuxdesk::detail {
+
+constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
+// Nodes looked at when the Collection interface is missing and the tree is walked by hand.
+constexpr int kFocusSearchLimit = 2000;
+// How long a window activation may wait for its focus widget's focus-in (GTK sends it on a later
+// turn of its loop, a few milliseconds after); a window with no focus widget waits this long.
+constexpr double kFocusGrace = 0.1;
+// How long after a focus-out the next focus-in is awaited before the focus counts as gone.
+// Measured gaps: 2 to 77 ms (GTK 3 page and menu switches, terminals, GTK 4 popovers, Qt popups).
+constexpr double kFocusTransit = 0.2;
+// GTK's second focus-in for a widget follows the first within a turn of its loop.
+constexpr double kSecondAnnouncement = 0.1;
+
+inline double monotonicSeconds() {
+    return static_cast<double>(g_get_monotonic_time()) / 1e6;
+}
+
+enum class EventKind {
+    Focused,
+    Unfocused,
+    ActiveDescendant,
+    WindowActivate,
+    WindowDeactivate,
+    WindowCreate,
+    ChildAdded,
+    ChildRemoved,
+    Defunct,
+    Bounds,
+    WindowReshaped,  // from the X server, not AT-SPI
+    ValueChanged,
+    SelectedText,
+    NameChanged,
+    SelectionChanged,
+    Ignored,
+};
+
+}  // namespace orv::linuxdesk::detail
+
+namespace orv::linuxdesk {
+
+struct AtspiDesktop::Pending {
+    detail::EventKind kind;
+    AtspiElementRef source;
+    AtspiElementRef other;
+    double at = detail::monotonicSeconds();  // arrival
+};
+
+struct AtspiDesktop::Delivery {
+    std::weak_ptr<AtspiObserver> observer;
+    const AtspiObserver* key = nullptr;
+    AtspiElementRef element;
+    std::string notification;
+    void* refcon = nullptr;
+    std::function<void()> action;  // workspace signals, in order with the notifications
+};
+
+}  // namespace orv::linuxdesk
