@@ -8,9 +8,12 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "platform/linux/AtspiCalls.h"
 #include "platform/linux/LinuxRoles.h"
 
 namespace orv::linuxdesk {
+
+using namespace detail;
 
 namespace {
 
@@ -19,7 +22,8 @@ constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 // Objects whose last extents are remembered for reads that time out; past this, all are
 // forgotten.
 constexpr size_t kLastExtentsKept = 1024;
-constexpr int kMaxDepth = 200;
+// How long a focus that lost its place keeps its last one while the next focus-in is awaited.
+constexpr double kLostPlaceGrace = 0.2;
 
 enum class Attr {
     Role,
@@ -90,55 +94,9 @@ const std::unordered_map<std::string, Attr>& attributeTable() {
     return table;
 }
 
-// Owns a GError for the length of one call.
-struct Err {
-    GError* e = nullptr;
-    ~Err() {
-        if (e) g_error_free(e);
-    }
-    GError** operator&() { return &e; }
-};
-
-// Owns a g_malloc'd string.
-struct GStr {
-    gchar* s = nullptr;
-    ~GStr() { g_free(s); }
-    std::string str() const { return s ? s : ""; }
-};
-
-template <typename T>
-struct GRef {
-    T* p = nullptr;
-    explicit GRef(T* x) : p(x) {}
-    ~GRef() {
-        if (p) g_object_unref(p);
-    }
-    GRef(const GRef&) = delete;
-    GRef& operator=(const GRef&) = delete;
-    explicit operator bool() const { return p != nullptr; }
-};
-
-bool appGone(AtspiAccessible* acc) {
-    AtspiObject* obj = ATSPI_OBJECT(acc);
-    return !obj->app || !obj->app->bus;
-}
-
-// States, or null when they could not be read.
-AtspiStateSet* statesOf(AtspiAccessible* acc) {
-    return atspi_accessible_get_state_set(acc);
-}
 
 }  // namespace
 
-// libatspi is not thread-safe: a call from another thread runs on the main loop and waits.
-#define ORV_ON_MAIN(call)                                           \
-    do {                                                            \
-        if (!desktop_->loop().isMainThread()) {                     \
-            AXError hopped = kAXErrorCannotComplete;                \
-            desktop_->loop().postAndWait([&] { hopped = (call); }); \
-            return hopped;                                          \
-        }                                                           \
-    } while (0)
 
 AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     : desktop_(std::move(desktop)), systemWide_(AtspiElement::systemWide()) {
@@ -287,7 +245,7 @@ AXError AtspiAccessibility::roleOf(AtspiAccessible* acc, int* role, uint32_t* hi
     *role = r;
     if (hints) {
         *hints = kHintNone;
-        if (isTextRole(r)) {
+        if (isTextRole(r) || r == ATSPI_ROLE_COMBO_BOX) {
             if (AtspiStateSet* set = statesOf(acc)) {
                 if (atspi_state_set_contains(set, ATSPI_STATE_MULTI_LINE)) *hints |= kHintMultiLine;
                 if (atspi_state_set_contains(set, ATSPI_STATE_EDITABLE)) *hints |= kHintEditable;
@@ -326,6 +284,14 @@ AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
         // Window-relative numbers whose window is not found would put the focus anywhere.
         if (!shift) e = kAXErrorNoValue;
     }
+    const double now = static_cast<double>(g_get_monotonic_time()) / 1e6;
+    if (e != kAXErrorSuccess && e != kAXErrorCannotComplete && desktop_->isKeptFocus(acc)) {
+        // The focus lost its place without a focus-out: GTK hides a menu as the next one
+        // opens, and tells of the new menu's item a few milliseconds later. Its last place
+        // stands that long, instead of "no focus" in between.
+        auto lost = lostAt_.try_emplace(key, now).first;
+        if (now - lost->second < kLostPlaceGrace) e = kAXErrorCannotComplete;
+    }
     if (e == kAXErrorCannotComplete) {
         // A busy application that does not answer in time has not moved its objects as far as
         // anyone knows: its last answer stands, instead of a focus that jumps to nothing.
@@ -337,7 +303,8 @@ AXError AtspiAccessibility::extents(AtspiAccessible* acc, Rect* out) {
     }
     if (e != kAXErrorSuccess) return e;
     const Rect x11(r.origin.x + shift->x, r.origin.y + shift->y, r.size.width, r.size.height);
-    if (lastExtents_.size() >= kLastExtentsKept) lastExtents_.clear();
+    if (!lostAt_.empty()) lostAt_.erase(key);
+    if (lastExtents_.size() >= kLastExtentsKept) lastExtents_.clear(), lostAt_.clear();
     lastExtents_[std::move(key)] = x11;
     *out = Rect(x11.origin.x - o.x, x11.origin.y - o.y, x11.size.width, x11.size.height);
     return kAXErrorSuccess;
@@ -724,247 +691,6 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
             return kAXErrorAttributeUnsupported;
     }
     return kAXErrorAttributeUnsupported;
-}
-
-AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXUIElementRef& element,
-                                                            const std::string& attribute,
-                                                            const AXValue& parameter,
-                                                            AXValue* out) {
-    ORV_ON_MAIN(copyParameterizedAttributeValue(element, attribute, parameter, out));
-    *out = AXValue();
-    const AtspiElement* el = asAtspi(element);
-    if (!el) return kAXErrorIllegalArgument;
-    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
-    if (el->kind() != AtspiElement::Kind::Object) return kAXErrorParameterizedAttributeUnsupported;
-    const bool bounds = attribute == "AXBoundsForRange";
-    if (!bounds && attribute != "AXStringForRange")
-        return kAXErrorParameterizedAttributeUnsupported;
-    const Range* range = parameter.get<Range>();
-    if (!range || range->location < 0 || range->length < 0) return kAXErrorIllegalArgument;
-    AtspiAccessible* acc = el->accessible();
-    if (appGone(acc)) return kAXErrorInvalidUIElement;
-    CallClock clock;
-    GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
-    if (!text)
-        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
-                                              : kAXErrorParameterizedAttributeUnsupported;
-    const int start = static_cast<int>(range->location);
-    const int end = static_cast<int>(range->location + range->length);
-    Err err;
-    if (bounds) {
-        AtspiRect* r =
-            atspi_text_get_range_extents(text.p, start, end, ATSPI_COORD_TYPE_SCREEN, &err);
-        if (!r || err.e) {
-            g_free(r);
-            return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-        }
-        const Rect raw(r->x, r->y, r->width, r->height);
-        g_free(r);
-        const std::optional<Point> shift = surfaceOffset(acc);
-        if (!shift) return kAXErrorNoValue;
-        const Point o = desktop_->screenOrigin();
-        *out = AXValue(Rect(raw.origin.x + shift->x - o.x, raw.origin.y + shift->y - o.y,
-                            raw.size.width, raw.size.height));
-        return kAXErrorSuccess;
-    }
-    GStr s{atspi_text_get_text(text.p, start, end, &err)};
-    if (err.e || !s.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-    *out = AXValue(s.str());
-    return kAXErrorSuccess;
-}
-
-AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
-                                               std::vector<std::string>* out) {
-    ORV_ON_MAIN(copyAttributeNames(element, out));
-    out->clear();
-    const AtspiElement* el = asAtspi(element);
-    if (!el) return kAXErrorIllegalArgument;
-    switch (el->kind()) {
-        case AtspiElement::Kind::SystemWide:
-            *out = {"AXRole", "AXFocusedUIElement", "AXFocusedApplication"};
-            return kAXErrorSuccess;
-        case AtspiElement::Kind::Missing:
-            return kAXErrorInvalidUIElement;
-        case AtspiElement::Kind::Application:
-            *out = {"AXRole",      "AXRoleDescription",  "AXTitle",         "AXChildren",
-                    "AXWindows",   "AXFocusedUIElement", "AXFocusedWindow", "AXMainWindow",
-                    "AXFrontmost", "AXEnabled"};
-            return kAXErrorSuccess;
-        case AtspiElement::Kind::Object:
-            break;
-    }
-    AtspiAccessible* acc = el->accessible();
-    if (appGone(acc)) return kAXErrorInvalidUIElement;
-    int role = 0;
-    if (AXError e = roleOf(acc, &role, nullptr)) return e;
-    *out = {"AXRole",    "AXSubrole",    "AXRoleDescription",   "AXTitle",  "AXDescription",
-            "AXHelp",    "AXIdentifier", "AXPosition",          "AXSize",   "AXFrame",
-            "AXParent",  "AXChildren",   "AXTopLevelUIElement", "AXWindow", "AXEnabled",
-            "AXFocused", "AXSelected"};
-    if (isWindowRole(role)) out->insert(out->end(), {"AXFullScreen", "AXMinimized"});
-    if (isToggleRole(role) || isRangeRole(role) || isTextRole(role) || isStaticTextRole(role) ||
-        role == ATSPI_ROLE_COMBO_BOX)
-        out->push_back("AXValue");
-    if (isTextRole(role))
-        out->insert(out->end(), {"AXNumberOfCharacters", "AXSelectedTextRange", "AXSelectedText"});
-    return kAXErrorSuccess;
-}
-
-AXError AtspiAccessibility::isAttributeSettable(const AXUIElementRef& element,
-                                                const std::string& attribute, bool* settable) {
-    ORV_ON_MAIN(isAttributeSettable(element, attribute, settable));
-    *settable = false;
-    const AtspiElement* el = asAtspi(element);
-    if (!el) return kAXErrorIllegalArgument;
-    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
-    if (el->kind() != AtspiElement::Kind::Object) return kAXErrorSuccess;
-    AtspiAccessible* acc = el->accessible();
-    if (appGone(acc)) return kAXErrorInvalidUIElement;
-    CallClock clock;
-    AtspiStateSet* set = statesOf(acc);
-    if (!set)
-        return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
-    if (attribute == "AXFocused") {
-        *settable = atspi_state_set_contains(set, ATSPI_STATE_FOCUSABLE);
-    } else if (attribute == "AXValue") {
-        int role = 0;
-        if (roleOf(acc, &role, nullptr) == kAXErrorSuccess) {
-            *settable = (isTextRole(role) && atspi_state_set_contains(set, ATSPI_STATE_EDITABLE)) ||
-                        isRangeRole(role);
-        }
-    }
-    g_object_unref(set);
-    return kAXErrorSuccess;
-}
-
-AXError AtspiAccessibility::setAttributeValue(const AXUIElementRef& element,
-                                              const std::string& attribute, const AXValue& value) {
-    ORV_ON_MAIN(setAttributeValue(element, attribute, value));
-    const AtspiElement* el = asAtspi(element);
-    if (!el) return kAXErrorIllegalArgument;
-    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
-    if (el->kind() != AtspiElement::Kind::Object) return kAXErrorAttributeUnsupported;
-    AtspiAccessible* acc = el->accessible();
-    if (appGone(acc)) return kAXErrorInvalidUIElement;
-    CallClock clock;
-    Err err;
-    if (attribute == "AXFocused") {
-        const bool* on = value.get<bool>();
-        if (!on) return kAXErrorIllegalArgument;
-        if (!*on) return kAXErrorSuccess;
-        GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(acc));
-        if (!comp) return kAXErrorAttributeUnsupported;
-        if (!atspi_component_grab_focus(comp.p, &err))
-            return desktop_->errorFor(err.e, clock, kAXErrorFailure);
-        return kAXErrorSuccess;
-    }
-    if (attribute == "AXValue") {
-        if (const std::string* s = value.get<std::string>()) {
-            GRef<AtspiEditableText> edit(atspi_accessible_get_editable_text_iface(acc));
-            if (!edit) return kAXErrorAttributeUnsupported;
-            if (!atspi_editable_text_set_text_contents(edit.p, s->c_str(), &err))
-                return desktop_->errorFor(err.e, clock, kAXErrorFailure);
-            return kAXErrorSuccess;
-        }
-        double number = 0;
-        if (const double* d = value.get<double>())
-            number = *d;
-        else if (const int64_t* i = value.get<int64_t>())
-            number = static_cast<double>(*i);
-        else
-            return kAXErrorIllegalArgument;
-        GRef<AtspiValue> val(atspi_accessible_get_value_iface(acc));
-        if (!val) return kAXErrorAttributeUnsupported;
-        if (!atspi_value_set_current_value(val.p, number, &err))
-            return desktop_->errorFor(err.e, clock, kAXErrorFailure);
-        return kAXErrorSuccess;
-    }
-    return kAXErrorAttributeUnsupported;
-}
-
-// --- Hit testing ------------------------------------------------------------------------------
-
-AXError AtspiAccessibility::deepestAt(AtspiAccessible* start, int x, int y, AXUIElementRef* out) {
-    AtspiAccessible* cur = static_cast<AtspiAccessible*>(g_object_ref(start));
-    CallClock clock;
-    for (int depth = 0; depth < kMaxDepth; ++depth) {
-        GRef<AtspiComponent> comp(atspi_accessible_get_component_iface(cur));
-        if (!comp) break;
-        Err err;
-        AtspiAccessible* child =
-            atspi_component_get_accessible_at_point(comp.p, x, y, ATSPI_COORD_TYPE_SCREEN, &err);
-        if (!child) {
-            if (err.e || desktop_->looksTimedOut(clock)) {
-                AXError e = desktop_->errorFor(err.e, clock, kAXErrorSuccess);
-                if (e == kAXErrorCannotComplete || e == kAXErrorInvalidUIElement) {
-                    g_object_unref(cur);
-                    return e;
-                }
-            }
-            break;
-        }
-        if (child == cur) {
-            g_object_unref(child);
-            break;
-        }
-        g_object_unref(cur);
-        cur = child;
-    }
-    *out = AtspiElement::adopt(cur);
-    return kAXErrorSuccess;
-}
-
-AXError AtspiAccessibility::copyElementAtPosition(const AXUIElementRef& element, float x, float y,
-                                                  AXUIElementRef* out) {
-    ORV_ON_MAIN(copyElementAtPosition(element, x, y, out));
-    *out = nullptr;
-    const AtspiElement* el = asAtspi(element);
-    if (!el) return kAXErrorIllegalArgument;
-    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
-    if (el->kind() == AtspiElement::Kind::Object) return kAXErrorIllegalArgument;
-    const Point o = desktop_->screenOrigin();
-    const int sx = static_cast<int>(std::floor(x + o.x));
-    const int sy = static_cast<int>(std::floor(y + o.y));
-
-    std::vector<AppInfo*> apps;
-    if (el->kind() == AtspiElement::Kind::Application) {
-        AppInfo* app = desktop_->appOf(*el);
-        if (!app) return kAXErrorInvalidUIElement;
-        apps.push_back(app);
-    } else {
-        // Stacking order is not known to AT-SPI: the front application's windows go first.
-        AppInfo* front = desktop_->frontmostApp();
-        if (front) apps.push_back(front);
-        for (AppInfo* a : desktop_->applications())
-            if (a != front) apps.push_back(a);
-    }
-    for (AppInfo* app : apps) {
-        AXError err = kAXErrorSuccess;
-        AtspiElementRef active = desktop_->activeWindow(*app, &err);
-        AXArray windows;
-        if (children(app->root->accessible(), &windows, true) != kAXErrorSuccess) continue;
-        // The active window first: it is on top of its application's others.
-        std::vector<AtspiElementRef> order;
-        if (active) order.push_back(active);
-        for (const auto& w : windows) {
-            auto we = std::static_pointer_cast<const AtspiElement>(*w.get<AXUIElementRef>());
-            if (!active || !we->equals(*active)) order.push_back(we);
-        }
-        for (const auto& w : order) {
-            AtspiStateSet* set = statesOf(w->accessible());
-            const bool showing = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING);
-            if (set) g_object_unref(set);
-            if (!showing) continue;
-            Rect r;
-            if (extents(w->accessible(), &r) != kAXErrorSuccess) continue;
-            if (!r.contains(Point{x, y})) continue;
-            // Window-relative toolkits are asked with the point in their own terms.
-            const Point shift = surfaceOffset(w->accessible()).value_or(Point{});
-            return deepestAt(w->accessible(), sx - static_cast<int>(shift.x),
-                             sy - static_cast<int>(shift.y), out);
-        }
-    }
-    return kAXErrorNoValue;
 }
 
 }  // namespace orv::linuxdesk

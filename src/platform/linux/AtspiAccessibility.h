@@ -82,6 +82,8 @@ class AtspiAccessibility final : public AccessibilityAPI {
     uint64_t offsetsTurn_ = ~uint64_t{0};
     // The last extents each object answered (bus name and path), in X screen coordinates.
     std::unordered_map<std::string, Rect> lastExtents_;
+    // When the focus (bus name and path) first had no extents since it last had some.
+    std::unordered_map<std::string, double> lostAt_;
 };
 
 }  // namespace orv::linuxdesk

@@ -469,6 +469,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             app->lastFocusInAt = ev.at;
             app->leftAt = 0;
             app->answeredInTransit = false;
+            if (app->focus && !app->focus->equals(*ev.source)) app->replace(ev.at);
             if (app->focusLive && app->focusContainer && app->focusContainer->equals(*ev.source))
                 // A tree or table tells of its focused cell before its own focus-in (GTK 3):
                 // the cell stays the focus.
@@ -479,6 +480,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                 AtspiElementRef cell = app->idleDescendant;
                 app->idleContainer.reset();
                 app->idleDescendant.reset();
+                app->replace(ev.at);
                 app->focus = cell;
                 app->focusContainer = ev.source;
                 app->focusLive = true;
@@ -535,6 +537,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             if (app->focusLive && app->focus && app->focus->equals(*ev.other) && app->toldFocus &&
                 app->toldFocus->equals(*ev.other))
                 return;
+            if (app->focus && !app->focus->equals(*ev.other)) app->replace(ev.at);
             app->focus = ev.other;
             app->focusContainer = ev.source;
             app->focusLive = true;

@@ -76,6 +76,13 @@ struct AppInfo {
     // focus-out first and the next focus-in a moment later; until then the focus is in transit.
     double leftAt = 0;
     bool transitTimerSet = false;
+    // The focuses before `focus`, and when each was replaced (newest last, a few): readers
+    // told of an old one may still ask about it in the batch that replaced it.
+    std::vector<std::pair<AtspiElementRef, double>> replaced;
+    void replace(double at) {
+        if (replaced.size() >= 4) replaced.erase(replaced.begin());
+        replaced.emplace_back(focus, at);
+    }
     // Something read the focus during the transit and was given the one that left.
     bool answeredInTransit = false;
     // Its toolkit answers extents relative to each window: -1 not yet asked, else 0 or 1.
@@ -122,6 +129,9 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     AtspiElementRef activeWindow(AppInfo& app, AXError* err);
     // The system-wide focused object: that of the front application.
     AtspiElementRef systemFocusedObject(AXError* err);
+    // The object is its application's kept focus (whether or not it still has focus), or the
+    // one it replaced less than a transit ago, or one of their ancestors.
+    bool isKeptFocus(AtspiAccessible* acc);
 
     // --- Geometry ---
     // X screen coordinates of the main display's top-left corner; set by the displays.

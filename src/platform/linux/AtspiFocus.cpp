@@ -258,6 +258,32 @@ AtspiElementRef AtspiDesktop::focusInTransit(AppInfo& app) {
     return app.focus;
 }
 
+bool AtspiDesktop::isKeptFocus(AtspiAccessible* acc) {
+    AppInfo* app = acc ? appForBus(busNameOf(acc)) : nullptr;
+    if (!app) return false;
+    const std::string bus = busNameOf(acc), path = pathOf(acc);
+    // The object or one of its descendants: the window a focus is clipped to loses its place
+    // with it.
+    auto chainHas = [&](const AtspiElementRef& from) {
+        if (!from || !from->accessible()) return false;
+        AtspiAccessible* cur = static_cast<AtspiAccessible*>(g_object_ref(from->accessible()));
+        bool found = false;
+        for (int depth = 0; cur && depth < 64 && !found; ++depth) {
+            found = pathOf(cur) == path && busNameOf(cur) == bus;
+            AtspiAccessible* parent = atspi_accessible_get_parent(cur, nullptr);
+            g_object_unref(cur);
+            cur = parent;
+        }
+        if (cur) g_object_unref(cur);
+        return found;
+    };
+    if (chainHas(app->focus)) return true;
+    const double now = monotonicSeconds();
+    for (const auto& [old, at] : app->replaced)
+        if (now - at < kFocusTransit && chainHas(old)) return true;
+    return false;
+}
+
 void AtspiDesktop::endTransit(const std::string& bus) {
     AppInfo* app = appForBus(bus);
     if (!app) return;

@@ -18,7 +18,9 @@ AXRoleNames axRoleFor(int atspiRole, uint32_t hints) {
         case ATSPI_ROLE_RADIO_BUTTON:
             return {"AXRadioButton", nullptr};
         case ATSPI_ROLE_COMBO_BOX:
-            return {"AXComboBox", nullptr};
+            // Only a combo box one can type into has a text cursor; the others are pop-up
+            // buttons (Qt's and GTK's choice lists, a web page's select).
+            return {hints & kHintEditable ? "AXComboBox" : "AXPopUpButton", nullptr};
         case ATSPI_ROLE_LINK:
             return {"AXLink", nullptr};
         case ATSPI_ROLE_SLIDER:

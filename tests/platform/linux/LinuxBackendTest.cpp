@@ -330,6 +330,54 @@ TEST_F(LinuxDesktopTest, ATreeThatTellsOfItsCellFirstKeepsTheCellAsTheFocus) {
     EXPECT_EQ(focusRole(), "AXCell");
 }
 
+TEST_F(LinuxDesktopTest, AFocusHiddenAsTheNextOneComesKeepsItsPlaceMeanwhile) {
+    // Moving between the menus of a menu bar, GTK 3 hides the open menu, with no focus-out for
+    // its item, and tells of the next menu's item a few milliseconds later. Readers still on the
+    // old item (the same batch delivers its move first) found no place and sent "no focus".
+    AXUIElementRef app = ax().createApplication(appPid());
+    ASSERT_TRUE(waitForTitle(*this, "First"));
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    AXUIElementRef last;
+    std::vector<std::string> lost;
+    int told = 0;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
+                      AXValue pos;
+                      const AXError e =
+                          last ? ax().copyAttributeValue(last, "AXPosition", &pos) : kAXErrorSuccess;
+                      if (e != kAXErrorSuccess)
+                          lost.push_back(stringAttr(ax(), last, "AXTitle") + " " +
+                                         std::to_string(e));
+                      // As the agent does: where is the new focus?
+                      ax().copyAttributeValue(el, "AXPosition", &pos);
+                      last = el;
+                      ++told;
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+    app_->send("menu");
+    ASSERT_TRUE(waitUntil([&] { return stringAttr(ax(), last, "AXTitle") == "Open"; }, 5));
+    // Once laid out (GTK tells of the item before its menu is), as a reader that polls sees it.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AXValue pos;
+            return ax().copyAttributeValue(last, "AXPosition", &pos) == kAXErrorSuccess;
+        },
+        5));
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    lost.clear();
+    app_->send("next-menu");
+    ASSERT_TRUE(waitUntil([&] { return stringAttr(ax(), last, "AXTitle") == "Cut"; }, 5));
+    EXPECT_TRUE(lost.empty()) << ::testing::PrintToString(lost);
+    EXPECT_GE(told, 2);
+}
+
 TEST_F(LinuxDesktopTest, WindowActivatedAgainAnswersItsFocusWidgetAtOnce) {
     // GTK tells of a window's activation a turn before its focus widget's focus-in, and before
     // the window shows the ACTIVE state. A read in between answered "no focus", and the agent

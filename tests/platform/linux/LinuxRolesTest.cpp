@@ -26,6 +26,10 @@ TEST(LinuxRoles, TextRolesDependOnLinesAndSecrecy) {
     EXPECT_EQ(role(ATSPI_ROLE_PASSWORD_TEXT), "AXTextField");
     EXPECT_EQ(subrole(ATSPI_ROLE_PASSWORD_TEXT), "AXSecureTextField");
     EXPECT_EQ(subrole(ATSPI_ROLE_TEXT), "");
+    // A choice list is not a field: no text cursor to follow in it.
+    EXPECT_EQ(role(ATSPI_ROLE_COMBO_BOX), "AXPopUpButton");
+    EXPECT_EQ(role(ATSPI_ROLE_COMBO_BOX, kHintEditable), "AXComboBox");
+    EXPECT_EQ(role(ATSPI_ROLE_AUTOCOMPLETE), "AXComboBox");
 }
 
 TEST(LinuxRoles, WindowsAndContainers) {

@@ -13,6 +13,11 @@
  *                   Beta, Gamma) takes the focus
  *   retell-tree     announce the tree view focused again, as GTK's repeated focus-in does when
  *                   its idle callback comes late
+ *   menu            pop up a menu (items "Open", "Save", "Close") under "First", its first item
+ *                   selected
+ *   next-menu       what a menu bar does on Right: hide that menu and pop up another ("Cut",
+ *                   "Copy", "Paste") with its first item selected; the hidden item has no
+ *                   focus-out
  *   cycle MS N      give focus to the next widget of the focus order every MS ms, N times,
  *                   then write "done"
  *   move X Y        move the window
@@ -182,6 +187,21 @@ static void open_tree(void) {
     gtk_widget_grab_focus(tree_view);
 }
 
+static GtkWidget *open_menu_widget;
+
+static void open_menu(const char *const *items) {
+    if (open_menu_widget) gtk_menu_popdown(GTK_MENU(open_menu_widget));
+    GtkWidget *menu = gtk_menu_new();
+    open_menu_widget = menu;
+    for (int i = 0; i < 3; i++)
+        gtk_menu_shell_append(GTK_MENU_SHELL(menu), gtk_menu_item_new_with_label(items[i]));
+    gtk_widget_show_all(menu);
+    GtkWidget *anchor = g_hash_table_lookup(by_name, "First");
+    gtk_menu_popup_at_widget(GTK_MENU(menu), anchor, GDK_GRAVITY_SOUTH_WEST,
+                             GDK_GRAVITY_NORTH_WEST, NULL);
+    gtk_menu_shell_select_first(GTK_MENU_SHELL(menu), FALSE);
+}
+
 static void handle(const char *line) {
     if (g_str_has_prefix(line, "focus ")) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 6);
@@ -211,6 +231,12 @@ static void handle(const char *line) {
         }
         gtk_window_set_focus(GTK_WINDOW(window), NULL);
         g_timeout_add(ms, grab_later, w);
+    } else if (strcmp(line, "menu") == 0) {
+        static const char *const items[] = {"Open", "Save", "Close"};
+        open_menu(items);
+    } else if (strcmp(line, "next-menu") == 0) {
+        static const char *const items[] = {"Cut", "Copy", "Paste"};
+        open_menu(items);
     } else if (strcmp(line, "tree") == 0) {
         open_tree();
     } else if (strcmp(line, "retell-tree") == 0) {
