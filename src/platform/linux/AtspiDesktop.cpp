@@ -452,7 +452,10 @@ bool AtspiDesktop::takenInAtOnce(const Pending& ev) {
             if (app != apps_.end()) focusLeft(app->second, *ev.source, ev.at);
             return true;
         case EventKind::Focused:
-            return app != apps_.end() && repeatedFocusIn(app->second, ev);
+            // A repeat after the object's own focus-out is checked with the application, which
+            // cannot be asked from here.
+            return app != apps_.end() && app->second.focusLive &&
+                   repeatedFocusIn(app->second, ev);
         default:
             return false;
     }
@@ -464,16 +467,23 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         case EventKind::Focused: {
             AppInfo* app = appForBus(bus);
             if (!app) return;
-            if (repeatedFocusIn(*app, ev)) return;
+            if (repeatedFocusIn(*app, ev)) {
+                if (!app->focusLive && app->focus && app->focus->equals(*ev.source) &&
+                    focusedNow(ev.source->accessible()))
+                    // Focus-out and focus-in of the same object at once (GTK 4 popovers): it has
+                    // the focus, it was not GTK 3's late repeat for a widget the focus left.
+                    focusStays(*app, ev, out);
+                return;
+            }
             app->lastFocusIn = ev.source;
             app->lastFocusInAt = ev.at;
             app->leftAt = 0;
             app->answeredInTransit = false;
-            if (app->focus && !app->focus->equals(*ev.source)) app->replace(ev.at);
             if (app->focusLive && app->focusContainer && app->focusContainer->equals(*ev.source))
                 // A tree or table tells of its focused cell before its own focus-in (GTK 3):
                 // the cell stays the focus.
                 return;
+            if (app->focus && !app->focus->equals(*ev.source)) app->replace(ev.at);
             if (app->idleContainer && app->idleContainer->equals(*ev.source) &&
                 app->idleDescendant &&
                 !hasState(app->idleDescendant->accessible(), ATSPI_STATE_DEFUNCT)) {

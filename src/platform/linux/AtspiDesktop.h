@@ -198,6 +198,10 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     bool takenInAtOnce(const Pending& ev);
     bool repeatedFocusIn(AppInfo& app, const Pending& ev);
     void focusLeft(AppInfo& app, const AtspiElement& source, double at);
+    // Whether the application says the object has focus now (asked, not from libatspi's cache).
+    bool focusedNow(AtspiAccessible* acc);
+    // The kept focus, left and taken again at once, has focus after all.
+    void focusStays(AppInfo& app, const Pending& ev, std::vector<Delivery>& out);
     // The focus that left, while the next focus-in may still come; null outside a transit.
     AtspiElementRef focusInTransit(AppInfo& app);
     // A transit ended with no focus-in: whoever was told the old focus reads again.

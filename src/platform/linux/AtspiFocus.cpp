@@ -229,6 +229,24 @@ bool AtspiDesktop::repeatedFocusIn(AppInfo& app, const Pending& ev) {
     return false;
 }
 
+bool AtspiDesktop::focusedNow(AtspiAccessible* acc) {
+    // libatspi's cache took the state from the events themselves, the stale one included.
+    atspi_accessible_clear_cache(acc);
+    return hasState(acc, ATSPI_STATE_FOCUSED);
+}
+
+void AtspiDesktop::focusStays(AppInfo& app, const Pending& ev, std::vector<Delivery>& out) {
+    app.focusLive = true;
+    app.searched = true;
+    app.leftAt = 0;
+    app.answeredInTransit = false;
+    app.checkedAt = stats_.events;
+    if (app.toldFocus && app.toldFocus->equals(*ev.source)) return;
+    app.toldFocus = ev.source;
+    newFocus_.push_back(ev.source);
+    notify(app.bus, "AXFocusedUIElementChanged", ev.source, out);
+}
+
 void AtspiDesktop::focusLeft(AppInfo& app, const AtspiElement& source, double at) {
     const AtspiElementRef& held = app.focusContainer ? app.focusContainer : app.focus;
     if (held && held->equals(source)) {

@@ -25,15 +25,26 @@ struct XSurface {
 // version on its accessible application object.
 bool answersWindowRelative(const std::string& toolkit, const std::string& version);
 
-// The offset to add to the window-relative extents of objects below `top`, the topmost ancestor
-// of an object (a window whose parent is the application, or an object with no parent: GTK 4
-// leaves popovers' contents without one). `topExtents` is what the toolkit answered for `top`;
-// `topIsWindow` tells the two kinds apart, `title` is the window's accessible name. The surface is
-// chosen among `surfaces` by kind, title and size: a toolkit's surface is its widget plus
-// client-side decoration margins, which are taken as even on opposite sides. Nothing when no
-// surface fits.
-std::optional<Point> surfaceOffset(const Rect& topExtents, bool topIsWindow,
-                                   const std::string& title,
+// The offset to add to the window-relative extents of objects in a top-level window: `top` is
+// what the toolkit answered for the window (whose parent is the application), `title` its
+// accessible name. The X window is chosen among the non-popup `surfaces` by title, then focus,
+// then size: its area is the window's widget plus client-side decoration margins, which are taken
+// as even on opposite sides. Nothing when no X window fits.
+std::optional<Point> windowOffset(const Rect& top, const std::string& title,
+                                  const std::vector<XSurface>& surfaces);
+
+// The offset for objects inside a popover (a menu, a dropdown's list). GTK 4 answers their
+// extents through the widget tree, as if the popover lay where it reports it inside its window
+// (`popover`, already in screen coordinates through `windowOffset`'s frame, is not applied here:
+// pass what the toolkit answered), while it is drawn on a popup surface of its own: the topmost
+// popup among `surfaces`. That surface holds the popover plus, for some, room for the arrow on
+// the side facing the widget it hangs from (`anchorCentre`, screen coordinates), so the extra
+// size lies before the popover only when the surface is below or right of that widget.
+std::optional<Point> popoverOffset(const Rect& popover, std::optional<Point> anchorCentre,
                                    const std::vector<XSurface>& surfaces);
+
+// GTK 4 names its generic accessibles after their class: a popover without the menu role shows
+// itself so ("GtkPopover", "GtkTreePopover", "GtkPopoverMenu").
+bool namesAPopover(const std::string& name);
 
 }  // namespace orv::linuxdesk
