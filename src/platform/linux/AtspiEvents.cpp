@@ -1,0 +1,214 @@
+// One AT-SPI event taken in: the state it changes and the notifications it makes.
+
+#include <atspi/atspi.h>
+
+#include "platform/linux/AtspiDesktop.h"
+#include "platform/linux/AtspiDesktopInternal.h"
+#include "platform/linux/LinuxRoles.h"
+
+namespace orv::linuxdesk {
+
+using namespace detail;
+
+void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
+    const std::string& bus = ev.source->busName();
+    switch (ev.kind) {
+        case EventKind::Focused: {
+            AppInfo* app = appForBus(bus);
+            if (!app) return;
+            if (repeatedFocusIn(*app, ev)) {
+                if (!app->focusLive && app->focus && app->focus->equals(*ev.source) &&
+                    focusedNow(ev.source->accessible()))
+                    // Focus-out and focus-in of the same object at once (GTK 4 popovers): it has
+                    // the focus, it was not GTK 3's late repeat for a widget the focus left.
+                    focusStays(*app, ev, out);
+                return;
+            }
+            app->lastFocusIn = ev.source;
+            app->lastFocusInAt = ev.at;
+            app->leftAt = 0;
+            app->answeredInTransit = false;
+            if (app->focusLive && app->focusContainer && app->focusContainer->equals(*ev.source))
+                // A tree or table tells of its focused cell before its own focus-in (GTK 3):
+                // the cell stays the focus.
+                return;
+            if (app->focus && !app->focus->equals(*ev.source)) app->replace(ev.at);
+            if (app->idleContainer && app->idleContainer->equals(*ev.source) &&
+                app->idleDescendant &&
+                !hasState(app->idleDescendant->accessible(), ATSPI_STATE_DEFUNCT)) {
+                AtspiElementRef cell = app->idleDescendant;
+                app->idleContainer.reset();
+                app->idleDescendant.reset();
+                app->replace(ev.at);
+                app->focus = cell;
+                app->focusContainer = ev.source;
+                app->focusLive = true;
+                app->searched = true;
+                app->resumeFocus = false;
+                if (!(frontKnown_ && frontBus_ == bus)) {
+                    setFrontmost(app);
+                    const pid_t pid = app->pid;
+                    out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
+                                               frontApplicationSwitched.emit(pid);
+                                           }});
+                }
+                newFocus_.push_back(cell);
+                app->toldFocus = cell;
+                notify(bus, "AXFocusedUIElementChanged", cell, out);
+                return;
+            }
+            app->focus = ev.source;
+            app->focusContainer.reset();
+            app->focusLive = true;
+            app->searched = true;
+            app->resumeFocus = false;
+            if (!(frontKnown_ && frontBus_ == bus)) {
+                setFrontmost(app);
+                const pid_t pid = app->pid;
+                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
+                                           frontApplicationSwitched.emit(pid);
+                                       }});
+            }
+            newFocus_.push_back(ev.source);
+            app->toldFocus = ev.source;
+            notify(bus, "AXFocusedUIElementChanged", ev.source, out);
+            return;
+        }
+        case EventKind::Unfocused: {
+            auto it = apps_.find(bus);
+            if (it != apps_.end()) focusLeft(it->second, *ev.source, ev.at);
+            return;
+        }
+        case EventKind::ActiveDescendant: {
+            if (!ev.other) return;
+            AppInfo* app = appForBus(bus);
+            if (!app) return;
+            const bool containerHasFocus =
+                (app->focusLive && app->focus && app->focus->equals(*ev.source)) ||
+                (app->focusContainer && app->focusContainer->equals(*ev.source) &&
+                 app->focusLive) ||
+                hasState(ev.source->accessible(), ATSPI_STATE_FOCUSED);
+            if (!containerHasFocus) {
+                app->idleContainer = ev.source;
+                app->idleDescendant = ev.other;
+                return;
+            }
+            if (app->focusLive && app->focus && app->focus->equals(*ev.other) && app->toldFocus &&
+                app->toldFocus->equals(*ev.other))
+                return;
+            if (app->focus && !app->focus->equals(*ev.other)) app->replace(ev.at);
+            app->focus = ev.other;
+            app->focusContainer = ev.source;
+            app->focusLive = true;
+            app->leftAt = 0;
+            app->answeredInTransit = false;
+            app->searched = true;
+            app->resumeFocus = false;
+            newFocus_.push_back(ev.other);
+            app->toldFocus = ev.other;
+            notify(bus, "AXFocusedUIElementChanged", ev.other, out);
+            return;
+        }
+        case EventKind::WindowActivate: {
+            AppInfo* app = appForBus(bus);
+            if (!app) return;
+            app->activeWindow = ev.source;
+            app->activeFromEvent = true;
+            if (!app->focusLive) {
+                app->searched = false;
+                app->resumeFocus = app->focus != nullptr;
+            }
+            if (!(frontKnown_ && frontBus_ == bus)) {
+                setFrontmost(app);
+                const pid_t pid = app->pid;
+                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
+                                           frontApplicationSwitched.emit(pid);
+                                       }});
+            }
+            notify(bus, "AXFocusedWindowChanged", ev.source, out);
+            notify(bus, "AXMainWindowChanged", ev.source, out);
+            return;
+        }
+        case EventKind::WindowDeactivate: {
+            auto it = apps_.find(bus);
+            if (it != apps_.end() && it->second.activeWindow &&
+                it->second.activeWindow->equals(*ev.source)) {
+                it->second.activeWindow.reset();
+                it->second.activeFromEvent = false;
+            }
+            return;
+        }
+        case EventKind::WindowCreate:
+            notify(bus, "AXWindowCreated", ev.source, out);
+            return;
+        case EventKind::ChildAdded: {
+            if (bus != kRegistryBus) {
+                notify(ev.other->busName(), "AXCreated", ev.other, out);
+                return;
+            }
+            const bool known = apps_.count(ev.other->busName()) != 0;
+            AppInfo* app = addApplication(ev.other->accessible());
+            if (!app || known) return;
+            RunningApplication ra = runningApplication(*app);
+            out.push_back(Delivery{
+                {}, nullptr, nullptr, {}, nullptr, [this, ra] { didLaunchApplication.emit(ra); }});
+            return;
+        }
+        case EventKind::ChildRemoved: {
+            if (bus != kRegistryBus) {
+                notify(ev.other->busName(), "AXUIElementDestroyed", ev.other, out);
+                return;
+            }
+            auto it = apps_.find(ev.other->busName());
+            if (it == apps_.end()) return;
+            notify(it->first, "AXUIElementDestroyed", it->second.root, out);
+            RunningApplication ra = runningApplication(it->second);
+            out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, ra] {
+                                       didTerminateApplication.emit(ra);
+                                   }});
+            if (busByPid_.count(it->second.pid) && busByPid_[it->second.pid] == it->first)
+                busByPid_.erase(it->second.pid);
+            if (frontBus_ == it->first) frontBus_.clear(), frontKnown_ = false;
+            apps_.erase(it);
+            return;
+        }
+        case EventKind::Defunct: {
+            auto it = apps_.find(bus);
+            if (it != apps_.end() && it->second.focus && it->second.focus->equals(*ev.source))
+                it->second.focusLive = false, it->second.searched = false,
+                it->second.resumeFocus = false;
+            notify(bus, "AXUIElementDestroyed", ev.source, out);
+            return;
+        }
+        case EventKind::Bounds: {
+            GError* err = nullptr;
+            const bool window =
+                isWindowRole(atspi_accessible_get_role(ev.source->accessible(), &err));
+            if (err) g_error_free(err);
+            notify(bus, window ? "AXWindowMoved" : "AXMoved", ev.source, out);
+            notify(bus, window ? "AXWindowResized" : "AXResized", ev.source, out);
+            return;
+        }
+        case EventKind::WindowReshaped:
+            notify(bus, "AXWindowMoved", ev.source, out);
+            notify(bus, "AXWindowResized", ev.source, out);
+            return;
+        case EventKind::ValueChanged:
+            notify(bus, "AXValueChanged", ev.source, out);
+            return;
+        case EventKind::SelectedText:
+            notify(bus, "AXSelectedTextChanged", ev.source, out);
+            return;
+        case EventKind::NameChanged:
+            notify(bus, "AXTitleChanged", ev.source, out);
+            return;
+        case EventKind::SelectionChanged:
+            notify(bus, "AXSelectedChildrenChanged", ev.source, out);
+            notify(bus, "AXSelectedRowsChanged", ev.source, out);
+            return;
+        case EventKind::Ignored:
+            return;
+    }
+}
+
+}  // namespace orv::linuxdesk

@@ -1,0 +1,401 @@
+// Focus as the desktop backend keeps it, against the GTK test window: Tab, reads before the
+// events, announcements before the focus, gaps between two focuses, trees, menus, windows. Run
+// inside tests/platform/linux/desktop-session.sh; elsewhere every test here skips.
+// Built only with the backend: without libatspi's headers there is nothing to test.
+#if __has_include(<atspi/atspi.h>)
+
+#include <atspi/atspi.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/linux/AtspiAccessibility.h"
+#include "platform/linux/AtspiDesktop.h"
+#include "platform/linux/LinuxDesktopSession.h"
+#include "platform/linux/LinuxPlatform.h"
+
+namespace orv::linuxtest {
+namespace {
+
+using contract::elementAttr;
+using contract::stringAttr;
+using contract::waitForTitle;
+
+TEST_F(LinuxDesktopTest, TabMovesFocusToTheWidgetWithTheFocusedState) {
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef first = waitForTitle(*this, "First");
+    focus("First");
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    ASSERT_EQ(runTool({"xdotool", "key", "Tab"}), 0);
+    AXUIElementRef focused;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            focused = elementAttr(ax(), app, "AXFocusedUIElement");
+            return focused && !axEqual(focused, first);
+        },
+        5));
+    EXPECT_EQ(stringAttr(ax(), focused, "AXTitle"), "Second");
+    // The answer must be the one object AT-SPI itself marks focused.
+    auto* el = linuxdesk::asAtspi(focused);
+    ASSERT_TRUE(el && el->accessible());
+    AtspiStateSet* states = atspi_accessible_get_state_set(el->accessible());
+    ASSERT_TRUE(states);
+    EXPECT_TRUE(atspi_state_set_contains(states, ATSPI_STATE_FOCUSED));
+    g_object_unref(states);
+    AXValue wasFocused;
+    ASSERT_EQ(ax().copyAttributeValue(first, "AXFocused", &wasFocused), kAXErrorSuccess);
+    EXPECT_EQ(wasFocused, AXValue(false));
+}
+
+TEST_F(LinuxDesktopTest, AFocusFoundByAReadBeforeItsFocusInIsStillTold) {
+    // A poll that reads the focus between GTK moving it and the backend handling the focus-in
+    // finds the new widget by searching; its focus-in must still be told, or the magnifier stays
+    // on the old widget.
+    app_ = std::make_unique<TestApp>(*platform_);  // one that tells when GTK has moved the focus
+    std::string why;
+    ASSERT_TRUE(app_->start(&why, {"--report"})) << why;
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef first = waitForTitle(*this, "First");
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(first && second);
+    focus("First");
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    // The new window may take a moment to become active; until then GTK moves its focus widget
+    // without any widget showing the focused state.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AtspiAccessible* raw = linuxdesk::asAtspi(first)->accessible();
+            atspi_accessible_clear_cache(raw);
+            AtspiStateSet* states = atspi_accessible_get_state_set(raw);
+            const bool has = states && atspi_state_set_contains(states, ATSPI_STATE_FOCUSED);
+            if (states) g_object_unref(states);
+            return has;
+        },
+        5))
+        << "the window never became active";
+    int toldSecond = 0;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
+                      if (axEqual(e, second)) ++toldSecond;
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+
+    // The moment between the backend receiving a focus-in and handling it on its next turn, with
+    // a poll reading the focus in between. The main loop does not turn here: GTK's own events
+    // wait, the focus-in is handed over as libatspi would, and libatspi's cached states are
+    // dropped so that the read sees what GTK says now.
+    app_->send("focus Second");
+    ASSERT_TRUE(app_->awaitOutput("focus Second ", 5)) << "GTK never moved the focus";
+    AtspiAccessible* rawFirst = linuxdesk::asAtspi(first)->accessible();
+    AtspiAccessible* rawSecond = linuxdesk::asAtspi(second)->accessible();
+    atspi_accessible_clear_cache(rawSecond);
+    AtspiEvent focusIn{};
+    focusIn.type = const_cast<gchar*>("object:state-changed:focused");
+    focusIn.source = rawSecond;
+    focusIn.detail1 = 1;
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    desktop->onEvent(&focusIn);
+    atspi_accessible_clear_cache(rawFirst);
+    ASSERT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second));
+    ASSERT_EQ(toldSecond, 0) << "the focus-in was handled before the read";
+
+    EXPECT_TRUE(waitUntil([&] { return toldSecond > 0; }, 5));
+}
+
+TEST_F(LinuxDesktopTest, FocusAnnouncedBeforeTheWidgetTakesItIsTheFocus) {
+    // GtkListBox's way with its rows: the focus-in comes before the row has focus, and for a
+    // while nothing in the window shows the focused state. Falling back to "no focus" there
+    // sent the magnifier the whole window between two rows.
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef first = waitForTitle(*this, "First");
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(first && second);
+    focus("First");
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    // GTK repeats a focus-in from an idle callback; on a loaded machine that can come after the
+    // next command, a focus change of its own that this test is not about. Let it pass first.
+    app_->send("sync");
+    ASSERT_TRUE(app_->awaitOutput("synced", 5));
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    ASSERT_TRUE(desktop);
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+
+    std::vector<std::string> readAtDelivery;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef&, const std::string&, void*) {
+                      AXError err = kAXErrorSuccess;
+                      AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
+                      readAtDelivery.push_back(f ? stringAttr(ax(), f, "AXTitle")
+                                                 : "error " + std::to_string(err));
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+
+    // GTK has not said yet whether the row is focused: libatspi holds no states for it.
+    auto* el = linuxdesk::asAtspi(second);
+    ASSERT_TRUE(el && el->accessible());
+    atspi_accessible_clear_cache(el->accessible());
+    app_->send("announce Second");
+    ASSERT_TRUE(waitUntil([&] { return !readAtDelivery.empty(); }, 5));
+    EXPECT_EQ(readAtDelivery.front(), "Second");
+    // The widget takes focus for real: the same focus, nothing new to tell.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AtspiStateSet* states = atspi_accessible_get_state_set(el->accessible());
+            const bool has = states && atspi_state_set_contains(states, ATSPI_STATE_FOCUSED);
+            if (states) g_object_unref(states);
+            return has;
+        },
+        5));
+    EXPECT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second));
+    EXPECT_EQ(readAtDelivery, std::vector<std::string>{"Second"});
+
+    // A focus-out with nothing focused after it is no focus, once the next focus-in could have
+    // come; whoever read the focus that left meanwhile is told.
+    const uint64_t answered = desktop->stats().transitAnswers;
+    app_->send("unfocus");
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            AXError err = kAXErrorSuccess;
+            return !elementAttr(ax(), app, "AXFocusedUIElement", &err) && err == kAXErrorNoValue;
+        },
+        5));
+    EXPECT_GT(desktop->stats().transitAnswers, answered);
+    EXPECT_TRUE(waitUntil(
+        [&] { return readAtDelivery.back() == "error " + std::to_string(kAXErrorNoValue); }, 5));
+
+    // Focus taken and left at once: GTK's second focus-in for the widget comes after its
+    // focus-out, and kept it as the focus of a window where nothing had focus.
+    const uint64_t stale = desktop->stats().staleFocusIns;
+    app_->send("focus First\nunfocus");
+    ASSERT_TRUE(waitUntil([&] { return desktop->stats().staleFocusIns > stale; }, 5));
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            AXError err = kAXErrorSuccess;
+            return !elementAttr(ax(), app, "AXFocusedUIElement", &err) && err == kAXErrorNoValue;
+        },
+        5));
+}
+
+TEST_F(LinuxDesktopTest, NothingIsFocusedOnlyBetweenAFocusOutAndTheNextFocusIn) {
+    // Toolkits say focus-out, and the next focus-in a few milliseconds later (GTK 3 page and
+    // menu switches, GTK 4 popovers, Qt popups). Read in between, "no focus" sent the
+    // magnifier to nothing (or to the whole window) and back.
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef first = waitForTitle(*this, "First");
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(first && second);
+    focus("First");
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), first); }, 5));
+    app_->send("sync");
+    ASSERT_TRUE(app_->awaitOutput("synced", 5));
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+
+    std::vector<std::string> told;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
+                      told.push_back(stringAttr(ax(), el, "AXTitle"));
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+
+    // Read as a poll would, all through the gap: never nothing, never a third thing.
+    const uint64_t answered = desktop->stats().transitAnswers;
+    app_->send("gap 60 Second");
+    std::vector<std::string> reads;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AXError err = kAXErrorSuccess;
+            AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
+            reads.push_back(f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err));
+            return f && axEqual(f, second);
+        },
+        5));
+    for (const auto& r : reads) EXPECT_TRUE(r == "First" || r == "Second") << r;
+    EXPECT_GT(desktop->stats().transitAnswers, answered) << "the gap was never read";
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    EXPECT_EQ(told, std::vector<std::string>{"Second"});
+}
+
+TEST_F(LinuxDesktopTest, ATreeThatTellsOfItsCellFirstKeepsTheCellAsTheFocus) {
+    // GTK 3 tells of a tree view's focused cell, then of the tree view's own focus-in (again, from
+    // an idle callback, late on a busy machine): the magnifier stayed on the whole table.
+    AXUIElementRef app = ax().createApplication(appPid());
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    auto focusRole = [&] {
+        AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement");
+        return f ? stringAttr(ax(), f, "AXRole") : std::string();
+    };
+    std::vector<std::string> told;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
+                      told.push_back(stringAttr(ax(), el, "AXRole"));
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+    app_->send("tree");
+    ASSERT_TRUE(waitUntil([&] { return focusRole() == "AXCell"; }, 10)) << focusRole();
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.back(), "AXCell");
+    app_->send("retell-tree");
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    EXPECT_EQ(told.back(), "AXCell") << ::testing::PrintToString(told);
+    EXPECT_EQ(focusRole(), "AXCell");
+}
+
+TEST_F(LinuxDesktopTest, AFocusHiddenAsTheNextOneComesKeepsItsPlaceMeanwhile) {
+    // Moving between the menus of a menu bar, GTK 3 hides the open menu, with no focus-out for
+    // its item, and tells of the next menu's item a few milliseconds later. Readers still on the
+    // old item (the same batch delivers its move first) found no place and sent "no focus".
+    AXUIElementRef app = ax().createApplication(appPid());
+    ASSERT_TRUE(waitForTitle(*this, "First"));
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    AXUIElementRef last;
+    std::vector<std::string> lost;
+    int told = 0;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
+                      AXValue pos;
+                      const AXError e =
+                          last ? ax().copyAttributeValue(last, "AXPosition", &pos) : kAXErrorSuccess;
+                      if (e != kAXErrorSuccess)
+                          lost.push_back(stringAttr(ax(), last, "AXTitle") + " " +
+                                         std::to_string(e));
+                      // As the agent does: where is the new focus?
+                      ax().copyAttributeValue(el, "AXPosition", &pos);
+                      last = el;
+                      ++told;
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+    app_->send("menu");
+    ASSERT_TRUE(waitUntil([&] { return stringAttr(ax(), last, "AXTitle") == "Open"; }, 5));
+    // Once laid out (GTK tells of the item before its menu is), as a reader that polls sees it.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            AXValue pos;
+            return ax().copyAttributeValue(last, "AXPosition", &pos) == kAXErrorSuccess;
+        },
+        5));
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    lost.clear();
+    app_->send("next-menu");
+    ASSERT_TRUE(waitUntil([&] { return stringAttr(ax(), last, "AXTitle") == "Cut"; }, 5));
+    EXPECT_TRUE(lost.empty()) << ::testing::PrintToString(lost);
+    EXPECT_GE(told, 2);
+}
+
+TEST_F(LinuxDesktopTest, WindowActivatedAgainAnswersItsFocusWidgetAtOnce) {
+    // GTK tells of a window's activation a turn before its focus widget's focus-in, and before
+    // the window shows the ACTIVE state. A read in between answered "no focus", and the agent
+    // told the magnifier so at every switch between applications.
+    AXUIElementRef app = ax().createApplication(appPid());
+    AXUIElementRef second = waitForTitle(*this, "Second");
+    ASSERT_TRUE(second);
+    focus("Second");
+    ASSERT_TRUE(waitUntil(
+        [&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), second); }, 5));
+    AXUIElementRef window = elementAttr(ax(), second, "AXTopLevelUIElement");
+    ASSERT_TRUE(window);
+    auto activate = [](pid_t pid) {
+        return runTool({"xdotool", "search", "--all", "--onlyvisible", "--pid", std::to_string(pid),
+                        "--name", "Ocuvane Test", "windowactivate", "--sync"});
+    };
+    TestApp other(*platform_);
+    std::string why;
+    ASSERT_TRUE(other.start(&why)) << why;
+    ASSERT_EQ(activate(other.pid()), 0);
+    ASSERT_TRUE(waitUntil(
+        [&] { return platform_->workspace->frontmostApplication()->pid == other.pid(); }, 5));
+
+    std::vector<std::string> readAtActivation;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef&, const std::string&, void*) {
+                      AXError err = kAXErrorSuccess;
+                      AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
+                      AXUIElementRef w = elementAttr(ax(), app, "AXFocusedWindow");
+                      readAtActivation.push_back(
+                          (f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err)) +
+                          (axEqual(w, window) ? " in its window" : " without a window"));
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedWindowChanged", nullptr), kAXErrorSuccess);
+    observer->attachToMainLoop();
+    // The main loop runs while the window manager switches, as the agent's does, so that GTK's
+    // messages arrive in the turns they were sent in.
+    pid_t tool = 0;
+    const std::string pid = std::to_string(appPid());
+    const char* argv[] = {"xdotool",   "search", "--all",        "--onlyvisible",  "--pid",
+                          pid.c_str(), "--name", "Ocuvane Test", "windowactivate", nullptr};
+    ASSERT_EQ(posix_spawnp(&tool, argv[0], nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+    EXPECT_TRUE(waitUntil([&] { return !readAtActivation.empty(); }, 5));
+    waitpid(tool, nullptr, 0);
+    ASSERT_FALSE(readAtActivation.empty());
+    EXPECT_EQ(readAtActivation.front(), "Second in its window");
+}
+
+TEST_F(LinuxDesktopTest, NewWindowComesToTheFrontWithItsFocus) {
+    // The activation of a new window is told once GTK has told of its focus widget too, so that
+    // the agent does not send the window and then, a moment later, the widget.
+    std::vector<std::string> readAtSwitch;
+    auto conn = platform_->workspace->frontApplicationSwitched.connect([&](pid_t pid) {
+        AXError err = kAXErrorSuccess;
+        AXUIElementRef f =
+            elementAttr(ax(), ax().createApplication(pid), "AXFocusedUIElement", &err);
+        readAtSwitch.push_back(f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err));
+    });
+    TestApp other(*platform_);
+    std::string why;
+    const bool started = other.start(&why);
+    const bool switched = waitUntil([&] { return !readAtSwitch.empty(); }, 5);
+    platform_->workspace->frontApplicationSwitched.disconnect(conn);
+    ASSERT_TRUE(started) << why;
+    ASSERT_TRUE(switched);
+    EXPECT_EQ(readAtSwitch.front(), "First");
+}
+
+}  // namespace
+}  // namespace orv::linuxtest
+
+#endif  // __has_include(<atspi/atspi.h>)
