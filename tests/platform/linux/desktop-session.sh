@@ -101,7 +101,8 @@ trap 'exit 130' INT TERM
 disp=99
 while [ -e "/tmp/.X${disp}-lock" ] || [ -e "/tmp/.X11-unix/X${disp}" ]; do disp=$((disp + 1)); done
 
-Xvfb ":$disp" -screen 0 "${ORV_SESSION_SCREEN:-1280x800x24}" -nolisten tcp +extension RANDR \
+# -noreset: the server keeps its state (the AT_SPI_BUS property among it) when no client is left.
+Xvfb ":$disp" -screen 0 "${ORV_SESSION_SCREEN:-1280x800x24}" -nolisten tcp -noreset +extension RANDR \
     >"$logdir/xvfb.log" 2>&1 &
 pids+=($!)
 export DISPLAY=":$disp"

@@ -184,6 +184,14 @@ static void open_tree(void) {
     GtkTreePath *path = gtk_tree_path_new_first();
     gtk_tree_view_set_cursor(GTK_TREE_VIEW(tree_view), path, NULL, FALSE);
     gtk_tree_path_free(path);
+    /* GTK tells of the cursor's cell before the tree view takes focus, or not at all when its
+     * own update comes later: said here so that the order is always that one. */
+    AtkObject *table = gtk_widget_get_accessible(tree_view);
+    AtkObject *cell = atk_table_ref_at(ATK_TABLE(table), 0, 0);
+    if (cell) {
+        g_signal_emit_by_name(table, "active-descendant-changed", cell);
+        g_object_unref(cell);
+    }
     gtk_widget_grab_focus(tree_view);
 }
 
