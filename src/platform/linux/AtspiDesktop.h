@@ -209,6 +209,12 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void notify(const std::string& bus, const std::string& notification,
                 const AtspiElementRef& element, std::vector<Delivery>& out);
     void setFrontmost(AppInfo* app);
+    // The application becomes the front one, its workspace signal in order with `out`.
+    void bringToFront(AppInfo& app, std::vector<Delivery>& out);
+    // `focus` (an active descendant of `container`, or with none) is the application's focus,
+    // and its observers are told.
+    void takeFocus(AppInfo& app, const AtspiElementRef& focus, const AtspiElementRef& container,
+                   std::vector<Delivery>& out);
     AtspiElementRef searchFocus(AppInfo& app);
     // Whether `window` is `acc` or one of its ancestors (parents come from libatspi's cache).
     bool isWithin(AtspiAccessible* acc, const AtspiElement& window);

@@ -10,6 +10,27 @@ namespace orv::linuxdesk {
 
 using namespace detail;
 
+void AtspiDesktop::bringToFront(AppInfo& app, std::vector<Delivery>& out) {
+    if (frontKnown_ && frontBus_ == app.bus) return;
+    setFrontmost(&app);
+    const pid_t pid = app.pid;
+    out.push_back(Delivery{
+        {}, nullptr, nullptr, {}, nullptr, [this, pid] { frontApplicationSwitched.emit(pid); }});
+}
+
+void AtspiDesktop::takeFocus(AppInfo& app, const AtspiElementRef& focus,
+                             const AtspiElementRef& container, std::vector<Delivery>& out) {
+    app.focus = focus;
+    app.focusContainer = container;
+    app.focusLive = true;
+    app.searched = true;
+    app.resumeFocus = false;
+    bringToFront(app, out);
+    newFocus_.push_back(focus);
+    app.toldFocus = focus;
+    notify(app.bus, "AXFocusedUIElementChanged", focus, out);
+}
+
 void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
     const std::string& bus = ev.source->busName();
     switch (ev.kind) {
@@ -40,38 +61,10 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                 app->idleContainer.reset();
                 app->idleDescendant.reset();
                 app->replace(ev.at);
-                app->focus = cell;
-                app->focusContainer = ev.source;
-                app->focusLive = true;
-                app->searched = true;
-                app->resumeFocus = false;
-                if (!(frontKnown_ && frontBus_ == bus)) {
-                    setFrontmost(app);
-                    const pid_t pid = app->pid;
-                    out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
-                                               frontApplicationSwitched.emit(pid);
-                                           }});
-                }
-                newFocus_.push_back(cell);
-                app->toldFocus = cell;
-                notify(bus, "AXFocusedUIElementChanged", cell, out);
+                takeFocus(*app, cell, ev.source, out);
                 return;
             }
-            app->focus = ev.source;
-            app->focusContainer.reset();
-            app->focusLive = true;
-            app->searched = true;
-            app->resumeFocus = false;
-            if (!(frontKnown_ && frontBus_ == bus)) {
-                setFrontmost(app);
-                const pid_t pid = app->pid;
-                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
-                                           frontApplicationSwitched.emit(pid);
-                                       }});
-            }
-            newFocus_.push_back(ev.source);
-            app->toldFocus = ev.source;
-            notify(bus, "AXFocusedUIElementChanged", ev.source, out);
+            takeFocus(*app, ev.source, nullptr, out);
             return;
         }
         case EventKind::Unfocused: {
@@ -118,13 +111,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                 app->searched = false;
                 app->resumeFocus = app->focus != nullptr;
             }
-            if (!(frontKnown_ && frontBus_ == bus)) {
-                setFrontmost(app);
-                const pid_t pid = app->pid;
-                out.push_back(Delivery{{}, nullptr, nullptr, {}, nullptr, [this, pid] {
-                                           frontApplicationSwitched.emit(pid);
-                                       }});
-            }
+            bringToFront(*app, out);
             notify(bus, "AXFocusedWindowChanged", ev.source, out);
             notify(bus, "AXMainWindowChanged", ev.source, out);
             return;

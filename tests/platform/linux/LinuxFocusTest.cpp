@@ -241,40 +241,6 @@ TEST_F(LinuxDesktopTest, NothingIsFocusedOnlyBetweenAFocusOutAndTheNextFocusIn) 
     EXPECT_EQ(told, std::vector<std::string>{"Second"});
 }
 
-TEST_F(LinuxDesktopTest, ATreeThatTellsOfItsCellFirstKeepsTheCellAsTheFocus) {
-    // GTK 3 tells of a tree view's focused cell, then of the tree view's own focus-in (again, from
-    // an idle callback, late on a busy machine): the magnifier stayed on the whole table.
-    AXUIElementRef app = ax().createApplication(appPid());
-    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
-    auto focusRole = [&] {
-        AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement");
-        return f ? stringAttr(ax(), f, "AXRole") : std::string();
-    };
-    std::vector<std::string> told;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
-                      told.push_back(stringAttr(ax(), el, "AXRole"));
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    observer->attachToMainLoop();
-    app_->send("tree");
-    ASSERT_TRUE(waitUntil([&] { return focusRole() == "AXCell"; }, 10)) << focusRole();
-    ASSERT_TRUE(linuxtest::waitForQuiet(
-        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
-    ASSERT_FALSE(told.empty());
-    EXPECT_EQ(told.back(), "AXCell");
-    app_->send("retell-tree");
-    ASSERT_TRUE(linuxtest::waitForQuiet(
-        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
-    EXPECT_EQ(told.back(), "AXCell") << ::testing::PrintToString(told);
-    EXPECT_EQ(focusRole(), "AXCell");
-}
-
 TEST_F(LinuxDesktopTest, AFocusHiddenAsTheNextOneComesKeepsItsPlaceMeanwhile) {
     // Moving between the menus of a menu bar, GTK 3 hides the open menu, with no focus-out for
     // its item, and tells of the next menu's item a few milliseconds later. Readers still on the

@@ -9,10 +9,6 @@
  *                   is announced focused at once, and really gets focus 300 ms later
  *   gap MS NAME     what toolkits do between two focuses: focus leaves the current widget, and
  *                   NAME gets focus MS ms later
- *   tree            open a second window, "Tree window", whose tree view "Tree" (rows Alpha,
- *                   Beta, Gamma) takes the focus
- *   retell-tree     announce the tree view focused again, as GTK's repeated focus-in does when
- *                   its idle callback comes late
  *   menu            pop up a menu (items "Open", "Save", "Close") under "First", its first item
  *                   selected
  *   next-menu       what a menu bar does on Right: hide that menu and pop up another ("Cut",
@@ -159,42 +155,6 @@ static gboolean synced(gpointer data) {
     return G_SOURCE_REMOVE;
 }
 
-static GtkWidget *tree_view;
-
-static void open_tree(void) {
-    if (tree_view) {
-        gtk_window_present(GTK_WINDOW(gtk_widget_get_toplevel(tree_view)));
-        gtk_widget_grab_focus(tree_view);
-        return;
-    }
-    GtkWidget *w = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    gtk_window_set_title(GTK_WINDOW(w), "Tree window");
-    gtk_window_set_default_size(GTK_WINDOW(w), 240, 200);
-    gtk_window_move(GTK_WINDOW(w), 520, 60);
-    GtkListStore *store = gtk_list_store_new(1, G_TYPE_STRING);
-    const char *rows[] = {"Alpha", "Beta", "Gamma"};
-    for (int i = 0; i < 3; i++) gtk_list_store_insert_with_values(store, NULL, -1, 0, rows[i], -1);
-    tree_view = gtk_tree_view_new_with_model(GTK_TREE_MODEL(store));
-    g_object_unref(store);
-    gtk_tree_view_insert_column_with_attributes(GTK_TREE_VIEW(tree_view), -1, "Name",
-                                                gtk_cell_renderer_text_new(), "text", 0, NULL);
-    name_widget(tree_view, "Tree");
-    gtk_container_add(GTK_CONTAINER(w), tree_view);
-    gtk_widget_show_all(w);
-    GtkTreePath *path = gtk_tree_path_new_first();
-    gtk_tree_view_set_cursor(GTK_TREE_VIEW(tree_view), path, NULL, FALSE);
-    gtk_tree_path_free(path);
-    /* GTK tells of the cursor's cell before the tree view takes focus, or not at all when its
-     * own update comes later: said here so that the order is always that one. */
-    AtkObject *table = gtk_widget_get_accessible(tree_view);
-    AtkObject *cell = atk_table_ref_at(ATK_TABLE(table), 0, 0);
-    if (cell) {
-        g_signal_emit_by_name(table, "active-descendant-changed", cell);
-        g_object_unref(cell);
-    }
-    gtk_widget_grab_focus(tree_view);
-}
-
 static GtkWidget *open_menu_widget;
 
 static void open_menu(const char *const *items) {
@@ -245,12 +205,6 @@ static void handle(const char *line) {
     } else if (strcmp(line, "next-menu") == 0) {
         static const char *const items[] = {"Cut", "Copy", "Paste"};
         open_menu(items);
-    } else if (strcmp(line, "tree") == 0) {
-        open_tree();
-    } else if (strcmp(line, "retell-tree") == 0) {
-        if (tree_view)
-            atk_object_notify_state_change(gtk_widget_get_accessible(tree_view),
-                                           ATK_STATE_FOCUSED, TRUE);
     } else if (g_str_has_prefix(line, "cycle ")) {
         int ms = 0, count = 0;
         if (sscanf(line + 6, "%d %d", &ms, &count) == 2 && ms > 0 && count >= 0)

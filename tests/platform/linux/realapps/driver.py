@@ -267,16 +267,16 @@ def play_step(s, step, judge, app_name, number):
 def shoot(s, path, due, area):
     """A screenshot around the reference rectangle (red) and the agent's final area (blue)."""
     rects = [due]
-    specs = [",".join(map(str, due)) + ":red"]
+    outlines = [",".join(map(str, due)) + ":red"]
     if area and area[2] > 0 and area[3] > 0:
         on_screen = [area[0], s.screen[1] - area[1] - area[3], area[2], area[3]]
         rects.append(on_screen)
-        specs.append(",".join(map(str, on_screen)) + ":blue")
+        outlines.append(",".join(map(str, on_screen)) + ":blue")
     x0 = min(r[0] for r in rects) - 80
     y0 = min(r[1] for r in rects) - 80
     x1 = max(r[0] + r[2] for r in rects) + 80
     y1 = max(r[1] + r[3] for r in rects) + 80
-    run_tool(["/usr/bin/python3", os.path.join(HERE, "shot.py"), path, *specs, "--crop",
+    run_tool(["/usr/bin/python3", os.path.join(HERE, "shot.py"), path, *outlines, "--crop",
               f"{x0},{y0},{x1 - x0},{y1 - y0}"], PATIENCE)
 
 

@@ -52,8 +52,8 @@ def main(argv):
             scale = int(argv[i + 1])
             i += 2
         else:
-            spec, _, colour = argv[i].partition(":")
-            rects.append((parse_rect(spec), COLOURS.get(colour or "red", COLOURS["red"])))
+            rect_text, _, colour = argv[i].partition(":")
+            rects.append((parse_rect(rect_text), COLOURS.get(colour or "red", COLOURS["red"])))
             i += 1
     root = Gdk.get_default_root_window()
     pix = Gdk.pixbuf_get_from_window(root, 0, 0, root.get_width(), root.get_height())
