@@ -115,12 +115,16 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
             if (f && f->accessible()) turn_.request(f->accessible(), callBudgetMs());
         turn_.collect();
     };
+    desktop_->toldExtents = [this](AtspiAccessible* acc, Rect* x11) {
+        return turn_.find(acc, x11);
+    };
 }
 
 AtspiAccessibility::~AtspiAccessibility() {
     desktop_->focusAnnounced = nullptr;
     desktop_->geometryChanged = nullptr;
     desktop_->prefetchFocus = nullptr;
+    desktop_->toldExtents = nullptr;
 }
 
 int AtspiAccessibility::callBudgetMs() const {

@@ -116,9 +116,17 @@ double CallClock::elapsed() const {
     return monotonicSeconds() - start_;
 }
 
-AtspiDesktop::AtspiDesktop(std::shared_ptr<MainLoop> loop) : loop_(std::move(loop)) {
+AtspiDesktop::AtspiDesktop(std::shared_ptr<MainLoop> loop)
+    : loop_(std::move(loop)), settle_(loop_) {
     alive_ = std::make_shared<bool>(true);
     setMessagingTimeout(0);
+    settle_.moved = [this](AtspiAccessible* acc) {
+        AtspiElementRef focus = AtspiElement::make(acc);
+        if (!focus) return;
+        ++stats_.settleMoves;
+        if (geometryChanged) geometryChanged(focus->busName());
+        queue(Pending{EventKind::Bounds, focus, nullptr});
+    };
 }
 
 AtspiDesktop::~AtspiDesktop() {
@@ -505,6 +513,10 @@ void AtspiDesktop::flush() {
         awaitingFocusOf_.clear();
     }
     if (prefetchFocus) prefetchFocus(newFocus_);
+    // Only readers that follow moves care whether the new focus is still on its way.
+    AtspiElementRef settling;
+    if (!newFocus_.empty() && registeredTypes_.count("object:bounds-changed"))
+        settling = newFocus_.back();
     newFocus_.clear();
     std::weak_ptr<bool> alive = alive_;
     for (auto& d : out) {
@@ -524,6 +536,13 @@ void AtspiDesktop::flush() {
         } catch (...) {
             OrvLogger::addErrorMessage("Unhandled error in AT-SPI delivery");
         }
+    }
+    if (settling && settling->accessible()) {
+        Rect told;
+        const bool known = toldExtents && toldExtents(settling->accessible(), &told);
+        settle_.watch(settling->accessible(),
+                      std::max(1, static_cast<int>(std::lround(callBudget_ * 1000))),
+                      known ? &told : nullptr);
     }
     flushing_ = outerFlush;
 }

@@ -21,6 +21,7 @@
 #include "platform/Desktop.h"
 #include "platform/MainLoop.h"
 #include "platform/linux/AtspiElement.h"
+#include "platform/linux/SettleWatch.h"
 
 typedef struct _AtspiEventListener AtspiEventListener;
 typedef struct _AtspiEvent AtspiEvent;
@@ -156,7 +157,7 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // Counters for tests and diagnostics: events received, notifications delivered, searches
     // of a window for its focused object, bounds-changed events dropped as no change, second
     // focus-ins dropped after a focus-out, reads answered with the focus that left while the
-    // next focus-in was awaited.
+    // next focus-in was awaited, moves of a new focus seen by watching it settle.
     struct Stats {
         uint64_t events = 0;
         uint64_t deliveries = 0;
@@ -164,6 +165,7 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
         uint64_t unchangedBounds = 0;
         uint64_t staleFocusIns = 0;
         uint64_t transitAnswers = 0;
+        uint64_t settleMoves = 0;
     };
     const Stats& stats() const { return stats_; }
 
@@ -177,6 +179,9 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // Something in the application (bus name) may have moved; called inside libatspi's dispatch.
     std::function<void(const std::string&)> geometryChanged;
     std::function<void(const std::vector<AtspiElementRef>&)> prefetchFocus;
+    // The extents (X screen coordinates, as the toolkit answers) the readers of a batch were
+    // given for an object, if it was read.
+    std::function<bool(AtspiAccessible*, Rect*)> toldExtents;
 
     // The X server saw the focused top-level window move or change size: the front
     // application's active window is told, as its bounds-changed would (GTK sends none).
@@ -254,6 +259,7 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     bool focusSettled(AppInfo& app);
     std::shared_ptr<bool> alive_;
     Stats stats_;
+    SettleWatch settle_;
 };
 
 // One observer per process: registrations of (element, notification), delivered on the main loop

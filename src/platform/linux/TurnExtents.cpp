@@ -55,6 +55,36 @@ bool mayBeScrolled(AtspiAccessible* acc) {
 
 }  // namespace
 
+DBusPendingCall* sendGetExtents(AtspiAccessible* acc, int timeoutMs) {
+    AtspiObject* obj = ATSPI_OBJECT(acc);
+    if (!obj->app || !obj->app->bus || !obj->path) return nullptr;
+    DBusMessage* m = dbus_message_new_method_call(obj->app->bus_name, obj->path,
+                                                  "org.a11y.atspi.Component", "GetExtents");
+    if (!m) return nullptr;
+    dbus_uint32_t coords = ATSPI_COORD_TYPE_SCREEN;
+    dbus_message_append_args(m, DBUS_TYPE_UINT32, &coords, DBUS_TYPE_INVALID);
+    DBusPendingCall* call = nullptr;
+    if (!dbus_connection_send_with_reply(obj->app->bus, m, &call, timeoutMs)) call = nullptr;
+    dbus_message_unref(m);
+    return call;
+}
+
+bool extentsOfReply(DBusMessage* reply, Rect* out) {
+    if (!reply || dbus_message_get_type(reply) != DBUS_MESSAGE_TYPE_METHOD_RETURN) return false;
+    DBusMessageIter it, rect;
+    dbus_int32_t v[4] = {0, 0, -1, -1};
+    if (dbus_message_iter_init(reply, &it) &&
+        dbus_message_iter_get_arg_type(&it) == DBUS_TYPE_STRUCT) {
+        dbus_message_iter_recurse(&it, &rect);
+        for (int i = 0; i < 4 && dbus_message_iter_get_arg_type(&rect) == DBUS_TYPE_INT32;
+             ++i, dbus_message_iter_next(&rect))
+            dbus_message_iter_get_basic(&rect, &v[i]);
+    }
+    if (v[2] < 0 || v[3] < 0 || v[0] == INT_MIN || v[1] == INT_MIN) return false;
+    *out = Rect(v[0], v[1], v[2], v[3]);
+    return true;
+}
+
 uint64_t currentTurn() {
     static const bool attached = [] {
         GSource* s = g_source_new(&kTurnFuncs, sizeof(GSource));
@@ -179,18 +209,11 @@ void TurnExtents::request(AtspiAccessible* acc, int timeoutMs) {
         const bool asked = std::any_of(asked_.begin(), asked_.end(),
                                        [acc](const Asked& a) { return a.acc == acc; });
         if (asked || find(acc, &known)) continue;
-        DBusMessage* m = dbus_message_new_method_call(obj->app->bus_name, obj->path,
-                                                      "org.a11y.atspi.Component", "GetExtents");
-        if (!m) break;
-        dbus_uint32_t coords = ATSPI_COORD_TYPE_SCREEN;
-        dbus_message_append_args(m, DBUS_TYPE_UINT32, &coords, DBUS_TYPE_INVALID);
-        DBusPendingCall* call = nullptr;
-        if (dbus_connection_send_with_reply(obj->app->bus, m, &call, timeoutMs) && call) {
-            asked_.push_back(
-                Asked{static_cast<AtspiAccessible*>(g_object_ref(acc)), call, depth > 0, forgets_});
-            ++requests_;
-        }
-        dbus_message_unref(m);
+        DBusPendingCall* call = sendGetExtents(acc, timeoutMs);
+        if (!call) break;
+        asked_.push_back(
+            Asked{static_cast<AtspiAccessible*>(g_object_ref(acc)), call, depth > 0, forgets_});
+        ++requests_;
     }
 }
 
@@ -202,19 +225,10 @@ void TurnExtents::collect() {
         dbus_pending_call_block(q.call);
         DBusMessage* reply = dbus_pending_call_steal_reply(q.call);
         dbus_pending_call_unref(q.call);
+        Rect r;
         if (reply && dbus_message_get_type(reply) == DBUS_MESSAGE_TYPE_METHOD_RETURN) {
-            DBusMessageIter it, rect;
-            dbus_int32_t v[4] = {0, 0, -1, -1};
-            if (dbus_message_iter_init(reply, &it) &&
-                dbus_message_iter_get_arg_type(&it) == DBUS_TYPE_STRUCT) {
-                dbus_message_iter_recurse(&it, &rect);
-                for (int i = 0; i < 4 && dbus_message_iter_get_arg_type(&rect) == DBUS_TYPE_INT32;
-                     ++i, dbus_message_iter_next(&rect))
-                    dbus_message_iter_get_basic(&rect, &v[i]);
-            }
             // Unknown (unrealized widgets) and malformed answers are left to the ordinary read.
-            if (v[2] >= 0 && v[3] >= 0 && v[0] != INT_MIN && v[1] != INT_MIN) {
-                const Rect r(v[0], v[1], v[2], v[3]);
+            if (extentsOfReply(reply, &r)) {
                 remember(q.acc, r);
                 // An answer given before something moved is not kept past this turn: the
                 // answers come on the application's own connection, its word of the move

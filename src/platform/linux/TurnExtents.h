@@ -22,6 +22,7 @@
 
 typedef struct _AtspiAccessible AtspiAccessible;
 typedef struct DBusPendingCall DBusPendingCall;
+typedef struct DBusMessage DBusMessage;
 
 namespace orv::linuxdesk {
 
@@ -99,6 +100,13 @@ class TurnExtents {
     uint64_t steadyHits_ = 0;
     uint64_t forgets_ = 0;
 };
+
+// Sends Component.GetExtents (screen coordinates) for the object on libatspi's connection;
+// null when it could not be sent. The caller owns the pending call.
+DBusPendingCall* sendGetExtents(AtspiAccessible* acc, int timeoutMs);
+// The rectangle of a GetExtents reply, when it is one and says where the object is (unrealized
+// widgets answer negative sizes).
+bool extentsOfReply(DBusMessage* reply, Rect* out);
 
 // Turns of the default main context so far (each iteration prepares its sources once).
 uint64_t currentTurn();

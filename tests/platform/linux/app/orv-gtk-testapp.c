@@ -14,6 +14,10 @@
  *   next-menu       what a menu bar does on Right: hide that menu and pop up another ("Cut",
  *                   "Copy", "Paste") with its first item selected; the hidden item has no
  *                   focus-out
+ *   popover         pop up a popover under "First" holding one button, "Inside", which gets
+ *                   focus; GTK slides the popover into its place after it is shown. Once the
+ *                   button has kept its place for 10 frames: "popover slid" (or "popover
+ *                   still" if it never moved)
  *   cycle MS N      give focus to the next widget of the focus order every MS ms, N times,
  *                   then write "done"
  *   move X Y        move the window
@@ -170,6 +174,46 @@ static void open_menu(const char *const *items) {
     gtk_menu_shell_select_first(GTK_MENU_SHELL(menu), FALSE);
 }
 
+/* Watches the popover's button on every frame until it has kept its place for 10 frames, then
+ * writes "popover slid" or "popover still" (whether it moved meanwhile). */
+static gboolean watch_slide(GtkWidget *popover, GdkFrameClock *clock, gpointer data) {
+    (void)clock; (void)data;
+    static int x = -1, y = -1, same, moved, frames;
+    GtkWidget *inside = g_hash_table_lookup(by_name, "Inside");
+    GdkWindow *win = gtk_widget_get_window(inside);
+    int ox = 0, oy = 0;
+    if (win) gdk_window_get_origin(win, &ox, &oy);
+    GtkAllocation a;
+    gtk_widget_get_allocation(inside, &a);
+    ox += a.x;
+    oy += a.y;
+    if (frames++ > 0 && (ox != x || oy != y)) moved = 1, same = 0;
+    else same++;
+    x = ox;
+    y = oy;
+    if (same < 10) return G_SOURCE_CONTINUE;
+    printf("popover %s\n", moved ? "slid" : "still");
+    fflush(stdout);
+    x = y = -1, same = moved = frames = 0;
+    (void)popover;
+    return G_SOURCE_REMOVE;
+}
+
+static void open_popover(void) {
+    static GtkWidget *popover;
+    if (!popover) {
+        popover = gtk_popover_new(g_hash_table_lookup(by_name, "First"));
+        gtk_popover_set_position(GTK_POPOVER(popover), GTK_POS_BOTTOM);
+        GtkWidget *inside = gtk_button_new_with_label("Inside");
+        name_widget(inside, "Inside");
+        gtk_container_add(GTK_CONTAINER(popover), inside);
+        gtk_widget_show(inside);
+    }
+    gtk_popover_popup(GTK_POPOVER(popover));
+    gtk_widget_grab_focus(g_hash_table_lookup(by_name, "Inside"));
+    gtk_widget_add_tick_callback(popover, watch_slide, NULL, NULL);
+}
+
 static void handle(const char *line) {
     if (g_str_has_prefix(line, "focus ")) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 6);
@@ -202,6 +246,8 @@ static void handle(const char *line) {
     } else if (strcmp(line, "menu") == 0) {
         static const char *const items[] = {"Open", "Save", "Close"};
         open_menu(items);
+    } else if (strcmp(line, "popover") == 0) {
+        open_popover();
     } else if (strcmp(line, "next-menu") == 0) {
         static const char *const items[] = {"Cut", "Copy", "Paste"};
         open_menu(items);
