@@ -118,6 +118,7 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     desktop_->toldExtents = [this](AtspiAccessible* acc, Rect* x11) {
         return turn_.find(acc, x11);
     };
+    desktop_->unplaced = [this](AtspiAccessible* acc) { return turn_.unplaced(acc); };
 }
 
 AtspiAccessibility::~AtspiAccessibility() {
@@ -125,6 +126,7 @@ AtspiAccessibility::~AtspiAccessibility() {
     desktop_->geometryChanged = nullptr;
     desktop_->prefetchFocus = nullptr;
     desktop_->toldExtents = nullptr;
+    desktop_->unplaced = nullptr;
 }
 
 int AtspiAccessibility::callBudgetMs() const {

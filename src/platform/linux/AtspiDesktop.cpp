@@ -494,25 +494,28 @@ void AtspiDesktop::flush() {
         auto app = apps_.find(awaitingFocusOf_);
         const double now = monotonicSeconds();
         if (app != apps_.end() && !focusSettled(app->second) && now < holdUntil_) {
-            held_ = std::move(out);
             // Extents asked for now would be stale by the time the batch is delivered.
             if (prefetchFocus) prefetchFocus({});
-            if (!holdTimerSet_) {
-                holdTimerSet_ = true;
-                std::weak_ptr<AtspiDesktop> weak = weak_from_this();
-                loop_->postAfter(holdUntil_ - now, [weak] {
-                    if (auto self = weak.lock()) {
-                        self->holdTimerSet_ = false;
-                        self->flush();
-                    }
-                });
-            }
+            holdBatch(out, holdUntil_, holdUntil_ - now);
             flushing_ = outerFlush;
             return;
         }
         awaitingFocusOf_.clear();
     }
     if (prefetchFocus) prefetchFocus(newFocus_);
+    if (!newFocus_.empty() && newFocus_.back() && unplaced &&
+        unplaced(newFocus_.back()->accessible())) {
+        if (!awaitingPlaceOf_ || !awaitingPlaceOf_->equals(*newFocus_.back())) {
+            awaitingPlaceOf_ = newFocus_.back();
+            placeUntil_ = monotonicSeconds() + kPlaceGrace;
+        }
+        // Its extents are asked for again at the next try.
+        if (holdBatch(out, placeUntil_, kPlaceRetry)) {
+            flushing_ = outerFlush;
+            return;
+        }
+    }
+    awaitingPlaceOf_.reset();
     // Only readers that follow moves care whether the new focus is still on its way.
     AtspiElementRef settling;
     if (!newFocus_.empty() && registeredTypes_.count("object:bounds-changed"))
@@ -545,6 +548,23 @@ void AtspiDesktop::flush() {
                       known ? &told : nullptr);
     }
     flushing_ = outerFlush;
+}
+
+bool AtspiDesktop::holdBatch(std::vector<Delivery>& out, double until, double retry) {
+    const double now = monotonicSeconds();
+    if (now >= until) return false;
+    held_ = std::move(out);
+    if (!holdTimerSet_) {
+        holdTimerSet_ = true;
+        std::weak_ptr<AtspiDesktop> weak = weak_from_this();
+        loop_->postAfter(std::min(retry, until - now), [weak] {
+            if (auto self = weak.lock()) {
+                self->holdTimerSet_ = false;
+                self->flush();
+            }
+        });
+    }
+    return true;
 }
 
 // --- Observer ---------------------------------------------------------------------------------

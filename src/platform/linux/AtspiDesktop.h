@@ -182,6 +182,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // The extents (X screen coordinates, as the toolkit answers) the readers of a batch were
     // given for an object, if it was read.
     std::function<bool(AtspiAccessible*, Rect*)> toldExtents;
+    // Whether the object, asked for by `prefetchFocus` this turn, answered that it has no place.
+    std::function<bool(AtspiAccessible*)> unplaced;
 
     // The X server saw the focused top-level window move or change size: the front
     // application's active window is told, as its bounds-changed would (GTK sends none).
@@ -256,6 +258,12 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     std::string awaitingFocusOf_;
     double holdUntil_ = 0;
     bool holdTimerSet_ = false;
+    // A new focus not laid out yet at its focus-in (GTK 3 popovers): its batch waits for it to
+    // have a place until `placeUntil_`, so that readers do not find it nowhere.
+    AtspiElementRef awaitingPlaceOf_;
+    double placeUntil_ = 0;
+    // Holds `out` until `until` or the next try, whichever comes first; false past `until`.
+    bool holdBatch(std::vector<Delivery>& out, double until, double retry);
     bool focusSettled(AppInfo& app);
     std::shared_ptr<bool> alive_;
     Stats stats_;

@@ -21,6 +21,10 @@ constexpr double kFocusGrace = 0.1;
 // How long after a focus-out the next focus-in is awaited before the focus counts as gone.
 // Measured gaps: 2 to 77 ms (GTK 3 page and menu switches, terminals, GTK 4 popovers, Qt popups).
 constexpr double kFocusTransit = 0.2;
+// How long a new focus with no place yet (a GTK 3 popover's button, before the popover is laid
+// out) is waited for, and how often it is asked again meanwhile. Measured: within 30 ms.
+constexpr double kPlaceGrace = 0.1;
+constexpr double kPlaceRetry = 0.02;
 // GTK's second focus-in for a widget follows the first within a turn of its loop.
 constexpr double kSecondAnnouncement = 0.1;
 

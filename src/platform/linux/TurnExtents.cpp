@@ -115,6 +115,7 @@ void TurnExtents::enterCurrentTurn() {
     for (auto& e : entries_) g_object_unref(e.acc);
     entries_.clear();
     timedOut_.clear();
+    unplaced_.clear();
 }
 
 bool TurnExtents::find(AtspiAccessible* acc, Rect* out) {
@@ -172,6 +173,11 @@ void TurnExtents::forgetSteady(const std::string& bus) {
 void TurnExtents::remember(AtspiAccessible* acc, const Rect& x11) {
     enterCurrentTurn();
     entries_.push_back(Entry{static_cast<AtspiAccessible*>(g_object_ref(acc)), x11});
+}
+
+bool TurnExtents::unplaced(AtspiAccessible* acc) {
+    enterCurrentTurn();
+    return std::find(unplaced_.begin(), unplaced_.end(), acc) != unplaced_.end();
 }
 
 bool TurnExtents::timedOut(AtspiAccessible* acc) {
@@ -234,6 +240,9 @@ void TurnExtents::collect() {
                 // answers come on the application's own connection, its word of the move
                 // through the bus, in no set order.
                 if (q.ancestor && q.forgets == forgets_) keepSteady(q.acc, r);
+            } else {
+                enterCurrentTurn();
+                unplaced_.push_back(q.acc);
             }
         } else if (reply && dbus_message_get_error_name(reply) &&
                    std::strcmp(dbus_message_get_error_name(reply), DBUS_ERROR_NO_REPLY) == 0) {

@@ -38,6 +38,8 @@ class TurnExtents {
     void remember(AtspiAccessible* acc, const Rect& x11);
     // The object's application left a request of this turn unanswered: do not wait on it again.
     bool timedOut(AtspiAccessible* acc);
+    // A request of this turn for the object was answered with no place (not laid out yet).
+    bool unplaced(AtspiAccessible* acc);
 
     // Sends GetExtents for `acc` and its ancestors below the application, as far as libatspi
     // knows the parents without asking; returns at once. Safe inside libatspi's event dispatch.
@@ -92,6 +94,7 @@ class TurnExtents {
     uint64_t turn_ = 0;
     std::vector<Entry> entries_;
     std::vector<std::string> timedOut_;  // bus names
+    std::vector<AtspiAccessible*> unplaced_;  // compared only, never used
     std::vector<Asked> asked_;
     uint64_t requests_ = 0;
     std::vector<Steady> steady_;
