@@ -118,7 +118,14 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<AtspiDesktop> desktop)
     desktop_->toldExtents = [this](AtspiAccessible* acc, Rect* x11) {
         return turn_.find(acc, x11);
     };
-    desktop_->unplaced = [this](AtspiAccessible* acc) { return turn_.unplaced(acc); };
+    desktop_->unplaced = [this](AtspiAccessible* acc) {
+        if (turn_.unplaced(acc)) return true;
+        Rect r;
+        if (!turn_.find(acc, &r)) return false;  // no answer: nothing to wait for
+        // GTK 4 answers 0x0 for an item of a popover not laid out yet, and the popover has no
+        // surface on the X server to place it on.
+        return (r.size.width <= 0 && r.size.height <= 0) || !surfaceOffset(acc);
+    };
 }
 
 AtspiAccessibility::~AtspiAccessibility() {

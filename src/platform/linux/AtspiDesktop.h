@@ -182,7 +182,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // The extents (X screen coordinates, as the toolkit answers) the readers of a batch were
     // given for an object, if it was read.
     std::function<bool(AtspiAccessible*, Rect*)> toldExtents;
-    // Whether the object, asked for by `prefetchFocus` this turn, answered that it has no place.
+    // Whether the object, asked for by `prefetchFocus` this turn, answered that it has no place
+    // (none, no size, or no window to place it on).
     std::function<bool(AtspiAccessible*)> unplaced;
 
     // The X server saw the focused top-level window move or change size: the front
