@@ -224,6 +224,11 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     void takeFocus(AppInfo& app, const AtspiElementRef& focus, const AtspiElementRef& container,
                    std::vector<Delivery>& out);
     AtspiElementRef searchFocus(AppInfo& app);
+    // The first object below `root` (itself excluded) that shows the FOCUSED state, looking at
+    // `limit` objects at most.
+    AtspiElementRef focusedWithin(AtspiAccessible* root, int limit);
+    // A list, table or tree told focused: the focus is the item inside that has it, if any.
+    AtspiElementRef focusedItemOf(AppInfo& app, const Pending& ev);
     // Whether `window` is `acc` or one of its ancestors (parents come from libatspi's cache).
     bool isWithin(AtspiAccessible* acc, const AtspiElement& window);
     bool hasState(AtspiAccessible* acc, int state);

@@ -15,6 +15,9 @@ namespace orv::linuxdesk::detail {
 constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
 // Nodes looked at when the Collection interface is missing and the tree is walked by hand.
 constexpr int kFocusSearchLimit = 2000;
+// Items looked at for the focused one when a list, table or tree says it has focus (each may
+// cost a round trip to the application).
+constexpr int kItemSearchLimit = 200;
 // How long a window activation may wait for its focus widget's focus-in (GTK sends it on a later
 // turn of its loop, a few milliseconds after); a window with no focus widget waits this long.
 constexpr double kFocusGrace = 0.1;

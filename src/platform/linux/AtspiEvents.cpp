@@ -31,6 +31,22 @@ void AtspiDesktop::takeFocus(AppInfo& app, const AtspiElementRef& focus,
     notify(app.bus, "AXFocusedUIElementChanged", focus, out);
 }
 
+AtspiElementRef AtspiDesktop::focusedItemOf(AppInfo& app, const Pending& ev) {
+    GError* err = nullptr;
+    const AtspiRole role = atspi_accessible_get_role(ev.source->accessible(), &err);
+    if (err) g_error_free(err);
+    if (role != ATSPI_ROLE_TABLE && role != ATSPI_ROLE_TREE && role != ATSPI_ROLE_TREE_TABLE &&
+        role != ATSPI_ROLE_LIST && role != ATSPI_ROLE_LIST_BOX)
+        return nullptr;
+    // GTK's containers show the state themselves and tell of their items otherwise. Qt's tree
+    // and table views never do: their current item has it, told of just before or not at all.
+    if (focusedNow(ev.source->accessible())) return nullptr;
+    if (app.focusLive && app.focus && !app.focus->equals(*ev.source) &&
+        isWithin(app.focus->accessible(), *ev.source) && focusedNow(app.focus->accessible()))
+        return app.focus;
+    return focusedWithin(ev.source->accessible(), kItemSearchLimit);
+}
+
 void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
     const std::string& bus = ev.source->busName();
     switch (ev.kind) {
@@ -53,7 +69,17 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
                 // A tree or table tells of its focused cell before its own focus-in (GTK 3):
                 // the cell stays the focus.
                 return;
+            AtspiElementRef item = focusedItemOf(*app, ev);
+            if (item && app->focusLive && app->focus && app->focus->equals(*item)) {
+                // Qt tells of a tree's focused cell, then of the tree: the cell stays the focus.
+                app->focusContainer = ev.source;
+                return;
+            }
             if (app->focus && !app->focus->equals(*ev.source)) app->replace(ev.at);
+            if (item) {
+                takeFocus(*app, item, ev.source, out);
+                return;
+            }
             if (app->idleContainer && app->idleContainer->equals(*ev.source) &&
                 app->idleDescendant &&
                 !hasState(app->idleDescendant->accessible(), ATSPI_STATE_DEFUNCT)) {

@@ -62,7 +62,10 @@ AtspiElementRef AtspiDesktop::searchFocus(AppInfo& app) {
     AXError err;
     AtspiElementRef window = activeWindow(app, &err);
     if (!window) return nullptr;
-    AtspiAccessible* win = window->accessible();
+    return focusedWithin(window->accessible(), kFocusSearchLimit);
+}
+
+AtspiElementRef AtspiDesktop::focusedWithin(AtspiAccessible* win, int limit) {
     if (AtspiCollection* coll = atspi_accessible_get_collection_iface(win)) {
         AtspiStateSet* states = atspi_state_set_new(nullptr);
         atspi_state_set_add(states, ATSPI_STATE_FOCUSED);
@@ -87,11 +90,11 @@ AtspiElementRef AtspiDesktop::searchFocus(AppInfo& app) {
         if (gerr) g_error_free(gerr);
         if (answered) return result;
     }
-    // No Collection interface: walk the showing part of the window breadth-first.
+    // No Collection interface: walk the showing part breadth-first.
     std::deque<AtspiAccessible*> queue{static_cast<AtspiAccessible*>(g_object_ref(win))};
     AtspiElementRef result;
     int seen = 0;
-    while (!queue.empty() && seen < kFocusSearchLimit) {
+    while (!queue.empty() && seen < limit) {
         AtspiAccessible* node = queue.front();
         queue.pop_front();
         ++seen;
@@ -129,7 +132,10 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
         if (hasState(check, ATSPI_STATE_DEFUNCT)) {
             app.focusLive = false;
             app.searched = false;
-        } else if (hasState(check, ATSPI_STATE_FOCUSED)) {
+        } else if (hasState(check, ATSPI_STATE_FOCUSED) ||
+                   (app.focusContainer && hasState(app.focus->accessible(), ATSPI_STATE_FOCUSED))) {
+            // GTK's tree view shows the state and its cell may not; Qt's cell does and its
+            // tree view never.
             app.checkedAt = stats_.events;
             return app.focus;
         } else {

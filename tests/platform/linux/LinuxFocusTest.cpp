@@ -242,6 +242,42 @@ TEST_F(LinuxDesktopTest, NothingIsFocusedOnlyBetweenAFocusOutAndTheNextFocusIn) 
     EXPECT_EQ(told, std::vector<std::string>{"Second"});
 }
 
+TEST_F(LinuxDesktopTest, ATableToldFocusedAfterItsFocusedCellLeavesTheFocusOnTheCell) {
+    // Qt tells of a tree view's current cell, then of the tree view, which never shows the
+    // FOCUSED state: the agent went to the whole tree, or searched the window and found the tab
+    // Qt leaves the state on for good.
+    AXUIElementRef app = ax().createApplication(appPid());
+    ASSERT_TRUE(waitForTitle(*this, "First"));
+    app_->send("grid");
+    AXUIElementRef cell = waitForTitle(*this, "Cell A");
+    ASSERT_TRUE(cell);
+    focus("Cell A");
+    ASSERT_TRUE(waitUntil(
+        [&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), cell); }, 5));
+    auto desktop = linuxdesk::atspiDesktopOf(*platform_);
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    std::vector<std::string> told;
+    AXObserverRef observer;
+    ASSERT_EQ(ax().createObserver(
+                  appPid(),
+                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
+                      told.push_back(stringAttr(ax(), el, "AXTitle"));
+                  },
+                  &observer),
+              kAXErrorSuccess);
+    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
+              kAXErrorSuccess);
+    observer->attachToMainLoop();
+    const uint64_t before = desktop->stats().events;
+    app_->send("tell Grid");
+    ASSERT_TRUE(waitUntil([&] { return desktop->stats().events > before; }, 5));
+    ASSERT_TRUE(linuxtest::waitForQuiet(
+        *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
+    EXPECT_TRUE(axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), cell));
+    for (const auto& t : told) EXPECT_EQ(t, "Cell A");
+}
+
 TEST_F(LinuxDesktopTest, AFocusHiddenAsTheNextOneComesKeepsItsPlaceMeanwhile) {
     // Moving between the menus of a menu bar, GTK 3 hides the open menu, with no focus-out for
     // its item, and tells of the next menu's item a few milliseconds later. Readers still on the

@@ -7,6 +7,10 @@
  *   unfocus         leave the window without a focused widget
  *   announce NAME   what GtkListBox does with its rows: focus leaves the current widget, NAME
  *                   is announced focused at once, and really gets focus 300 ms later
+ *   grid            add, under the text area, a box with the table role ("Grid") holding two
+ *                   buttons, "Cell A" and "Cell B": a table whose cells take focus themselves
+ *   tell NAME       what Qt does with a tree view after its current cell: NAME is announced
+ *                   focused, and the focus stays where it is
  *   gap MS NAME     what toolkits do between two focuses: focus leaves the current widget, and
  *                   NAME gets focus MS ms later
  *   menu            pop up a menu (items "Open", "Save", "Close") under "First", its first item
@@ -199,6 +203,23 @@ static gboolean watch_slide(GtkWidget *popover, GdkFrameClock *clock, gpointer d
     return G_SOURCE_REMOVE;
 }
 
+static GtkWidget *main_box;
+
+static void add_grid(void) {
+    if (g_hash_table_lookup(by_name, "Grid")) return;
+    GtkWidget *grid = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
+    name_widget(grid, "Grid");
+    atk_object_set_role(gtk_widget_get_accessible(grid), ATK_ROLE_TABLE);
+    GtkWidget *a = gtk_button_new_with_label("Cell A");
+    name_widget(a, "Cell A");
+    GtkWidget *b = gtk_button_new_with_label("Cell B");
+    name_widget(b, "Cell B");
+    gtk_box_pack_start(GTK_BOX(grid), a, TRUE, TRUE, 0);
+    gtk_box_pack_start(GTK_BOX(grid), b, TRUE, TRUE, 0);
+    gtk_box_pack_start(GTK_BOX(main_box), grid, FALSE, FALSE, 0);
+    gtk_widget_show_all(grid);
+}
+
 static void open_popover(void) {
     static GtkWidget *popover;
     if (!popover) {
@@ -232,6 +253,12 @@ static void handle(const char *line) {
         gtk_window_set_focus(GTK_WINDOW(window), NULL);
         atk_object_notify_state_change(gtk_widget_get_accessible(w), ATK_STATE_FOCUSED, TRUE);
         g_timeout_add(300, grab_later, w);
+    } else if (strcmp(line, "grid") == 0) {
+        add_grid();
+    } else if (g_str_has_prefix(line, "tell ")) {
+        GtkWidget *w = g_hash_table_lookup(by_name, line + 5);
+        if (w) atk_object_notify_state_change(gtk_widget_get_accessible(w), ATK_STATE_FOCUSED, TRUE);
+        else g_printerr("no widget named '%s'\n", line + 5);
     } else if (g_str_has_prefix(line, "gap ")) {
         int ms = 0, used = 0;
         GtkWidget *w = NULL;
@@ -316,7 +343,7 @@ int main(int argc, char **argv) {
     gtk_window_move(GTK_WINDOW(window), 60, 40);
     g_signal_connect(window, "destroy", G_CALLBACK(gtk_main_quit), NULL);
 
-    GtkWidget *box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
+    GtkWidget *box = main_box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
     gtk_container_set_border_width(GTK_CONTAINER(box), 12);
     gtk_container_add(GTK_CONTAINER(window), box);
 
