@@ -323,13 +323,27 @@ def focused_descendant(acc, limit=3000):
     return None
 
 
+def is_child_of(acc, parent):
+    try:
+        p = acc.get_parent()
+        return p is not None and p == parent
+    except Exception:
+        return False
+
+
 def settled_focus():
     """The focus once a change has settled, and how it was found. The toolkit's announcements come
     first; the FOCUSED state decides between them: Qt announces a tree after its focused cell,
-    and the tree itself never shows the state. Only when nothing announced still has it is the
-    window searched (GTK 4 announces nothing for a new window's first focus)."""
+    and the tree itself never shows the state. Where a widget with the state and an item of it
+    are both announced, the item is the focus whichever shows the state: GTK 3 announces a
+    notebook, then its current tab, which does not show the state but is where GTK draws the
+    focus. Only when nothing announced still has it is the window searched (GTK 4 announces
+    nothing for a new window's first focus)."""
     for acc in reversed(announced):
         if has_state(acc, Atspi.StateType.FOCUSED):
+            if acc is not announced[-1] and is_child_of(announced[-1], acc) and \
+                    not has_state(announced[-1], Atspi.StateType.DEFUNCT):
+                return announced[-1], "item"
             return acc, "last" if acc is announced[-1] else "announced"
     if announced:
         inner = focused_descendant(announced[-1])
