@@ -18,7 +18,6 @@ using namespace detail;
 namespace {
 
 constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
-constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 // Objects whose last extents are remembered for reads that time out; past this, all are
 // forgotten.
 constexpr size_t kLastExtentsKept = 1024;

@@ -31,6 +31,8 @@ const char* const kCoreEvents[] = {
     "object:active-descendant-changed",
     "window:activate",
     "window:deactivate",
+    // GTK 4 tells of a window's activation only by its ACTIVE state.
+    "object:state-changed:active",
     "object:children-changed",
     "object:state-changed:defunct",
 };
@@ -65,6 +67,8 @@ EventKind kindOf(const char* type, int detail1) {
     if (is("object:state-changed:defunct"))
         return detail1 ? EventKind::Defunct : EventKind::Ignored;
     if (is("object:active-descendant-changed")) return EventKind::ActiveDescendant;
+    if (is("object:state-changed:active"))
+        return detail1 ? EventKind::ActiveState : EventKind::Ignored;
     if (is("window:activate")) return EventKind::WindowActivate;
     if (is("window:deactivate")) return EventKind::WindowDeactivate;
     if (is("window:create")) return EventKind::WindowCreate;
@@ -388,7 +392,8 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
         }
         if (geometryChanged) geometryChanged(bus);
     } else if (geometryChanged &&
-               (kind == EventKind::WindowActivate || kind == EventKind::WindowDeactivate ||
+               (kind == EventKind::WindowActivate || kind == EventKind::ActiveState ||
+                kind == EventKind::WindowDeactivate ||
                 kind == EventKind::WindowCreate || kind == EventKind::Defunct)) {
         geometryChanged(busNameOf(event->source));
     }

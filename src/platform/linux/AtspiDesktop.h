@@ -231,6 +231,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     AtspiElementRef focusedItemOf(AppInfo& app, const Pending& ev);
     // Whether `window` is `acc` or one of its ancestors (parents come from libatspi's cache).
     bool isWithin(AtspiAccessible* acc, const AtspiElement& window);
+    // A child of its application's root object (parent from libatspi's cache when it has it).
+    bool isTopLevel(AtspiAccessible* acc);
     bool hasState(AtspiAccessible* acc, int state);
 
     std::shared_ptr<MainLoop> loop_;

@@ -40,6 +40,7 @@ enum class EventKind {
     Unfocused,
     ActiveDescendant,
     WindowActivate,
+    ActiveState,  // state-changed:active: a window's activation where it is a top-level one
     WindowDeactivate,
     WindowCreate,
     ChildAdded,

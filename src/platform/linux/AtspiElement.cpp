@@ -8,7 +8,6 @@
 namespace orv::linuxdesk {
 
 namespace {
-constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 std::thread::id g_mainThread = std::this_thread::get_id();
 
 gboolean unrefOnMain(gpointer acc) {

@@ -11,6 +11,9 @@ typedef struct _AtspiAccessible AtspiAccessible;
 
 namespace orv::linuxdesk {
 
+// The object path of every application's root object.
+inline constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
+
 // One AT-SPI object as an element of the seam. Identity is the object's bus name and path, copied
 // at creation: libatspi disposes objects of vanished applications, after which the wrapper must
 // still compare and describe itself.

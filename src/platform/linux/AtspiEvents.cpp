@@ -31,6 +31,14 @@ void AtspiDesktop::takeFocus(AppInfo& app, const AtspiElementRef& focus,
     notify(app.bus, "AXFocusedUIElementChanged", focus, out);
 }
 
+bool AtspiDesktop::isTopLevel(AtspiAccessible* acc) {
+    AtspiAccessible* parent = atspi_accessible_get_parent(acc, nullptr);
+    if (!parent) return false;
+    const bool top = pathOf(parent) == kRootPath;
+    g_object_unref(parent);
+    return top;
+}
+
 AtspiElementRef AtspiDesktop::focusedItemOf(AppInfo& app, const Pending& ev) {
     GError* err = nullptr;
     const AtspiRole role = atspi_accessible_get_role(ev.source->accessible(), &err);
@@ -128,9 +136,18 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             notify(bus, "AXFocusedUIElementChanged", ev.other, out);
             return;
         }
+        case EventKind::ActiveState:
         case EventKind::WindowActivate: {
             AppInfo* app = appForBus(bus);
             if (!app) return;
+            if (ev.kind == EventKind::ActiveState) {
+                // GTK 3 says window:activate as well; GTK 4 only this, for windows and dialogs
+                // alike (its dialogs are fillers, so the role does not tell).
+                if ((app->activeWindow && app->activeWindow->equals(*ev.source)) ||
+                    !isTopLevel(ev.source->accessible()))
+                    return;
+                ev.kind = EventKind::WindowActivate;  // the batch treats it as one
+            }
             app->activeWindow = ev.source;
             app->activeFromEvent = true;
             if (!app->focusLive) {

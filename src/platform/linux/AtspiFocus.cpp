@@ -100,7 +100,10 @@ AtspiElementRef AtspiDesktop::focusedWithin(AtspiAccessible* win, int limit) {
         ++seen;
         AtspiStateSet* set = atspi_accessible_get_state_set(node);
         const bool focused = set && atspi_state_set_contains(set, ATSPI_STATE_FOCUSED);
-        const bool walk = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING) &&
+        // GTK 4 shows SHOWING on few of a dialog's containers; VISIBLE ones are walked too.
+        const bool walk = set &&
+                          (atspi_state_set_contains(set, ATSPI_STATE_SHOWING) ||
+                           atspi_state_set_contains(set, ATSPI_STATE_VISIBLE)) &&
                           !atspi_state_set_contains(set, ATSPI_STATE_MANAGES_DESCENDANTS);
         if (set) g_object_unref(set);
         if (focused && node != win) {

@@ -10,7 +10,6 @@ namespace orv::linuxdesk {
 
 namespace {
 
-constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 constexpr int kMaxDepth = 64;
 
 std::string takeString(gchar* s) {

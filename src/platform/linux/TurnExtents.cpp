@@ -12,7 +12,6 @@ namespace orv::linuxdesk {
 
 namespace {
 
-constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 // Ancestors asked for at most: a focus is rarely deeper below its window.
 constexpr int kChain = 8;
 
