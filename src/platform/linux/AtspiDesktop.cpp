@@ -37,27 +37,6 @@ const char* const kCoreEvents[] = {
     "object:state-changed:defunct",
 };
 
-const std::unordered_map<std::string, std::vector<const char*>>& notificationEvents() {
-    static const std::unordered_map<std::string, std::vector<const char*>> table = {
-        {"AXFocusedUIElementChanged", {}},
-        {"AXFocusedWindowChanged", {}},
-        {"AXMainWindowChanged", {}},
-        {"AXUIElementDestroyed", {}},
-        {"AXCreated", {}},
-        {"AXWindowCreated", {"window:create"}},
-        {"AXValueChanged", {"object:text-changed", "object:property-change:accessible-value"}},
-        {"AXSelectedTextChanged", {"object:text-caret-moved", "object:text-selection-changed"}},
-        {"AXMoved", {"object:bounds-changed"}},
-        {"AXResized", {"object:bounds-changed"}},
-        {"AXWindowMoved", {"object:bounds-changed"}},
-        {"AXWindowResized", {"object:bounds-changed"}},
-        {"AXTitleChanged", {"object:property-change:accessible-name"}},
-        {"AXSelectedChildrenChanged", {"object:selection-changed"}},
-        {"AXSelectedRowsChanged", {"object:selection-changed"}},
-    };
-    return table;
-}
-
 EventKind kindOf(const char* type, int detail1) {
     auto is = [type](const char* prefix) {
         return std::strncmp(type, prefix, std::strlen(prefix)) == 0;
@@ -112,6 +91,31 @@ bool contains(const char* haystack, const char* needle) {
 }
 
 }  // namespace
+
+namespace detail {
+
+const std::unordered_map<std::string, std::vector<const char*>>& notificationEvents() {
+    static const std::unordered_map<std::string, std::vector<const char*>> table = {
+        {"AXFocusedUIElementChanged", {}},
+        {"AXFocusedWindowChanged", {}},
+        {"AXMainWindowChanged", {}},
+        {"AXUIElementDestroyed", {}},
+        {"AXCreated", {}},
+        {"AXWindowCreated", {"window:create"}},
+        {"AXValueChanged", {"object:text-changed", "object:property-change:accessible-value"}},
+        {"AXSelectedTextChanged", {"object:text-caret-moved", "object:text-selection-changed"}},
+        {"AXMoved", {"object:bounds-changed"}},
+        {"AXResized", {"object:bounds-changed"}},
+        {"AXWindowMoved", {"object:bounds-changed"}},
+        {"AXWindowResized", {"object:bounds-changed"}},
+        {"AXTitleChanged", {"object:property-change:accessible-name"}},
+        {"AXSelectedChildrenChanged", {"object:selection-changed"}},
+        {"AXSelectedRowsChanged", {"object:selection-changed"}},
+    };
+    return table;
+}
+
+}  // namespace detail
 
 // ---------------------------------------------------------------------------------------------
 
@@ -570,59 +574,6 @@ bool AtspiDesktop::holdBatch(std::vector<Delivery>& out, double until, double re
         });
     }
     return true;
-}
-
-// --- Observer ---------------------------------------------------------------------------------
-
-AtspiObserver::AtspiObserver(std::weak_ptr<AtspiDesktop> desktop, pid_t pid,
-                             AXObserverCallback callback)
-    : desktop_(std::move(desktop)), pid_(pid), callback_(std::move(callback)) {}
-
-AtspiObserver::~AtspiObserver() {
-    if (auto d = desktop_.lock()) d->removeObserver(this);
-}
-
-AXError AtspiObserver::addNotification(const AXUIElementRef& element,
-                                       const std::string& notification, void* refcon) {
-    const AtspiElement* el = asAtspi(element);
-    if (!el || el->kind() == AtspiElement::Kind::SystemWide) return kAXErrorIllegalArgument;
-    if (el->kind() == AtspiElement::Kind::Missing) return kAXErrorInvalidUIElement;
-    if (!notificationEvents().count(notification)) return kAXErrorNotificationUnsupported;
-    auto& list = regs_[notification];
-    for (const auto& r : list)
-        if (r.element->equals(*el)) return kAXErrorNotificationAlreadyRegistered;
-    list.push_back(Registration{std::static_pointer_cast<const AtspiElement>(element), refcon});
-    if (auto d = desktop_.lock()) d->needNotification(notification);
-    return kAXErrorSuccess;
-}
-
-AXError AtspiObserver::removeNotification(const AXUIElementRef& element,
-                                          const std::string& notification) {
-    auto it = regs_.find(notification);
-    if (it == regs_.end() || !element) return kAXErrorNotificationNotRegistered;
-    auto& list = it->second;
-    for (auto r = list.begin(); r != list.end(); ++r) {
-        if (r->element->equals(*element)) {
-            list.erase(r);
-            if (list.empty()) regs_.erase(it);
-            return kAXErrorSuccess;
-        }
-    }
-    return kAXErrorNotificationNotRegistered;
-}
-
-const std::vector<AtspiObserver::Registration>& AtspiObserver::registrations(
-    const std::string& notification) const {
-    static const std::vector<Registration> none;
-    auto it = regs_.find(notification);
-    return it == regs_.end() ? none : it->second;
-}
-
-void AtspiObserver::deliver(const AXUIElementRef& element, const std::string& notification,
-                            void* refcon) {
-    // Keep ourselves alive through the callback: it may drop the last reference.
-    auto self = shared_from_this();
-    if (callback_) callback_(*this, element, notification, refcon);
 }
 
 }  // namespace orv::linuxdesk

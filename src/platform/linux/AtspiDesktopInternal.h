@@ -7,6 +7,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "platform/linux/AtspiDesktop.h"
 
@@ -30,6 +32,9 @@ constexpr double kPlaceGrace = 0.1;
 constexpr double kPlaceRetry = 0.02;
 // GTK's second focus-in for a widget follows the first within a turn of its loop.
 constexpr double kSecondAnnouncement = 0.1;
+
+// Each notification and the AT-SPI events behind it (none: always listened to).
+const std::unordered_map<std::string, std::vector<const char*>>& notificationEvents();
 
 inline double monotonicSeconds() {
     return static_cast<double>(g_get_monotonic_time()) / 1e6;
