@@ -204,9 +204,11 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
         }
         case EventKind::Defunct: {
             auto it = apps_.find(bus);
-            if (it != apps_.end() && it->second.focus && it->second.focus->equals(*ev.source))
-                it->second.focusLive = false, it->second.searched = false,
-                it->second.resumeFocus = false;
+            if (it != apps_.end() && it->second.focus && it->second.focus->equals(*ev.source)) {
+                AppInfo& app = it->second;
+                if (app.focusLive && app.leftAt <= 0) app.leftAt = ev.at;  // gone: it has left
+                app.focusLive = false, app.searched = false, app.resumeFocus = false;
+            }
             notify(bus, "AXUIElementDestroyed", ev.source, out);
             return;
         }

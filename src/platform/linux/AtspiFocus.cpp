@@ -133,6 +133,9 @@ AtspiElementRef AtspiDesktop::focusedObject(AppInfo& app, AXError* err) {
         AtspiAccessible* check =
             app.focusContainer ? app.focusContainer->accessible() : app.focus->accessible();
         if (hasState(check, ATSPI_STATE_DEFUNCT)) {
+            // Gone with its dialog, perhaps before its focus-out is handled: it has left, and
+            // the next focus-in may still come.
+            if (app.leftAt <= 0) app.leftAt = monotonicSeconds();
             app.focusLive = false;
             app.searched = false;
         } else if (hasState(check, ATSPI_STATE_FOCUSED) ||
@@ -270,8 +273,9 @@ void AtspiDesktop::focusLeft(AppInfo& app, const AtspiElement& source, double at
 AtspiElementRef AtspiDesktop::focusInTransit(AppInfo& app) {
     if (app.leftAt <= 0 || !app.focus) return nullptr;
     const double since = monotonicSeconds() - app.leftAt;
-    if (since >= kFocusTransit || hasState(app.focus->accessible(), ATSPI_STATE_DEFUNCT))
-        return nullptr;
+    // A focus that went with its dialog still stands until the next focus-in: its last place
+    // answers for it (see isKeptFocus), where "no focus" sent the magnifier to nothing.
+    if (since >= kFocusTransit) return nullptr;
     ++stats_.transitAnswers;
     app.answeredInTransit = true;
     if (!app.transitTimerSet) {

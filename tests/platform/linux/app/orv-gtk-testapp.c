@@ -13,6 +13,8 @@
  *                   focused, and the focus stays where it is
  *   gap MS NAME     what toolkits do between two focuses: focus leaves the current widget, and
  *                   NAME gets focus MS ms later
+ *   close-gap MS NAME  what a dialog closing does: the focused widget is destroyed, and NAME
+ *                   gets focus MS ms later
  *   menu            pop up a menu (items "Open", "Save", "Close") under "First", its first item
  *                   selected
  *   next-menu       what a menu bar does on Right: hide that menu and pop up another ("Cut",
@@ -259,16 +261,23 @@ static void handle(const char *line) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 5);
         if (w) atk_object_notify_state_change(gtk_widget_get_accessible(w), ATK_STATE_FOCUSED, TRUE);
         else g_printerr("no widget named '%s'\n", line + 5);
-    } else if (g_str_has_prefix(line, "gap ")) {
+    } else if (g_str_has_prefix(line, "gap ") || g_str_has_prefix(line, "close-gap ")) {
+        const gboolean closing = line[0] == 'c';
+        const char *args = strchr(line, ' ') + 1;
         int ms = 0, used = 0;
         GtkWidget *w = NULL;
-        if (sscanf(line + 4, "%d %n", &ms, &used) == 1 && ms >= 0)
-            w = g_hash_table_lookup(by_name, line + 4 + used);
-        if (!w) {
-            g_printerr("bad gap '%s'\n", line + 4);
+        if (sscanf(args, "%d %n", &ms, &used) == 1 && ms >= 0)
+            w = g_hash_table_lookup(by_name, args + used);
+        GtkWidget *gone = gtk_window_get_focus(GTK_WINDOW(window));
+        if (!w || (closing && (!gone || gone == w))) {
+            g_printerr("bad gap '%s'\n", line);
             return;
         }
         gtk_window_set_focus(GTK_WINDOW(window), NULL);
+        if (closing) {
+            g_hash_table_remove(by_name, gtk_widget_get_name(gone));
+            gtk_widget_destroy(gone);
+        }
         g_timeout_add(ms, grab_later, w);
     } else if (strcmp(line, "menu") == 0) {
         static const char *const items[] = {"Open", "Save", "Close"};
