@@ -90,20 +90,29 @@ AtspiElementRef AtspiDesktop::focusedWithin(AtspiAccessible* win, int limit) {
         if (gerr) g_error_free(gerr);
         if (answered) return result;
     }
-    // No Collection interface: walk the showing part breadth-first.
+    // No Collection interface: walk the showing part breadth-first, then what is only VISIBLE
+    // (GTK 4 shows SHOWING on few of a dialog's containers; a window's hidden pages are VISIBLE
+    // too, and many).
     std::deque<AtspiAccessible*> queue{static_cast<AtspiAccessible*>(g_object_ref(win))};
+    std::deque<AtspiAccessible*> later;
     AtspiElementRef result;
     int seen = 0;
-    while (!queue.empty() && seen < limit) {
+    // What is only VISIBLE is walked for a while at most: each object may cost a round trip, and
+    // gtk4-widget-factory's hidden pages once held the loop for 2.5 s.
+    double until = 0;
+    while ((!queue.empty() || !later.empty()) && seen < limit &&
+           (until == 0 || monotonicSeconds() < until)) {
+        if (queue.empty()) {
+            queue.swap(later);
+            if (until == 0) until = monotonicSeconds() + kFocusSearchTime;
+        }
         AtspiAccessible* node = queue.front();
         queue.pop_front();
         ++seen;
         AtspiStateSet* set = atspi_accessible_get_state_set(node);
         const bool focused = set && atspi_state_set_contains(set, ATSPI_STATE_FOCUSED);
-        // GTK 4 shows SHOWING on few of a dialog's containers; VISIBLE ones are walked too.
-        const bool walk = set &&
-                          (atspi_state_set_contains(set, ATSPI_STATE_SHOWING) ||
-                           atspi_state_set_contains(set, ATSPI_STATE_VISIBLE)) &&
+        const bool showing = set && atspi_state_set_contains(set, ATSPI_STATE_SHOWING);
+        const bool walk = set && (showing || atspi_state_set_contains(set, ATSPI_STATE_VISIBLE)) &&
                           !atspi_state_set_contains(set, ATSPI_STATE_MANAGES_DESCENDANTS);
         if (set) g_object_unref(set);
         if (focused && node != win) {
@@ -111,13 +120,15 @@ AtspiElementRef AtspiDesktop::focusedWithin(AtspiAccessible* win, int limit) {
             break;
         }
         if (walk || node == win) {
+            auto& into = showing || node == win ? queue : later;
             const int n = atspi_accessible_get_child_count(node, nullptr);
             for (int i = 0; i < n; ++i)
                 if (AtspiAccessible* c = atspi_accessible_get_child_at_index(node, i, nullptr))
-                    queue.push_back(c);
+                    into.push_back(c);
         }
         g_object_unref(node);
     }
+    for (AtspiAccessible* node : later) g_object_unref(node);
     for (AtspiAccessible* node : queue) g_object_unref(node);
     return result;
 }
