@@ -354,6 +354,10 @@ def settled_focus():
         return acc, "last"
     found = search_focus()
     if found is not None:
+        # The notebook found by its state, its tab announced alone (mousepad's Preferences).
+        if announced and is_child_of(announced[-1], found) and \
+                not has_state(announced[-1], Atspi.StateType.DEFUNCT):
+            return announced[-1], "item"
         return found, "search"
     return acc, "last"
 
