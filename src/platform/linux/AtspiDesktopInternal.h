@@ -18,7 +18,7 @@ constexpr const char* kRegistryBus = "org.a11y.atspi.Registry";
 // Nodes looked at when the Collection interface is missing and the tree is walked by hand.
 constexpr int kFocusSearchLimit = 2000;
 // And the time such a walk may take.
-constexpr double kFocusSearchTime = 0.1;
+constexpr double kFocusSearchTime = 0.25;
 // Items looked at for the focused one when a list, table or tree says it has focus (each may
 // cost a round trip to the application).
 constexpr int kItemSearchLimit = 200;
