@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 
 #include "platform/linux/AtspiAccessibility.h"
@@ -26,6 +27,28 @@ namespace {
 using contract::elementAttr;
 using contract::stringAttr;
 using contract::waitForTitle;
+
+// An attached observer of the application's notifications; null (after a test failure) when
+// one could not be made or registered.
+AXObserverRef observeApp(AccessibilityAPI& ax, pid_t pid, const AXUIElementRef& app,
+                         std::initializer_list<const char*> notifications,
+                         std::function<void(const AXUIElementRef&, const std::string&)> on) {
+    AXObserverRef observer;
+    const AXError made = ax.createObserver(
+        pid,
+        [on = std::move(on)](AXObserver&, const AXUIElementRef& el, const std::string& what,
+                             void*) { on(el, what); },
+        &observer);
+    EXPECT_EQ(made, kAXErrorSuccess);
+    if (made != kAXErrorSuccess) return nullptr;
+    for (const char* n : notifications) {
+        const AXError added = observer->addNotification(app, n, nullptr);
+        EXPECT_EQ(added, kAXErrorSuccess) << n;
+        if (added != kAXErrorSuccess) return nullptr;
+    }
+    observer->attachToMainLoop();
+    return observer;
+}
 
 TEST_F(LinuxDesktopTest, TabMovesFocusToTheWidgetWithTheFocusedState) {
     AXUIElementRef app = ax().createApplication(appPid());
@@ -82,17 +105,11 @@ TEST_F(LinuxDesktopTest, AFocusFoundByAReadBeforeItsFocusInIsStillTold) {
         5))
         << "the window never became active";
     int toldSecond = 0;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef& e, const std::string&, void*) {
-                      if (axEqual(e, second)) ++toldSecond;
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer = observeApp(ax(), appPid(), app, {"AXFocusedUIElementChanged"},
+                                        [&](const AXUIElementRef& e, const std::string&) {
+                                            if (axEqual(e, second)) ++toldSecond;
+                                        });
+    ASSERT_TRUE(observer);
 
     // The moment between the backend receiving a focus-in and handling it on its next turn, with
     // a poll reading the focus in between. The main loop does not turn here: GTK's own events
@@ -137,20 +154,15 @@ TEST_F(LinuxDesktopTest, FocusAnnouncedBeforeTheWidgetTakesItIsTheFocus) {
         *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
 
     std::vector<std::string> readAtDelivery;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef&, const std::string&, void*) {
-                      AXError err = kAXErrorSuccess;
-                      AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
-                      readAtDelivery.push_back(f ? stringAttr(ax(), f, "AXTitle")
-                                                 : "error " + std::to_string(err));
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer =
+        observeApp(ax(), appPid(), app, {"AXFocusedUIElementChanged"},
+                   [&](const AXUIElementRef&, const std::string&) {
+                       AXError err = kAXErrorSuccess;
+                       AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
+                       readAtDelivery.push_back(f ? stringAttr(ax(), f, "AXTitle")
+                                                  : "error " + std::to_string(err));
+                   });
+    ASSERT_TRUE(observer);
 
     // GTK has not said yet whether the row is focused: libatspi holds no states for it.
     auto* el = linuxdesk::asAtspi(second);
@@ -216,17 +228,11 @@ TEST_F(LinuxDesktopTest, NothingIsFocusedOnlyBetweenAFocusOutAndTheNextFocusIn) 
         *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
 
     std::vector<std::string> told;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
-                      told.push_back(stringAttr(ax(), el, "AXTitle"));
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer = observeApp(ax(), appPid(), app, {"AXFocusedUIElementChanged"},
+                                        [&](const AXUIElementRef& el, const std::string&) {
+                                            told.push_back(stringAttr(ax(), el, "AXTitle"));
+                                        });
+    ASSERT_TRUE(observer);
 
     // Read as a poll would, all through the gap: never nothing, never a third thing.
     const uint64_t answered = desktop->stats().transitAnswers;
@@ -258,8 +264,8 @@ TEST_F(LinuxDesktopTest, AFocusDestroyedWithItsDialogStandsUntilTheNextFocusIn) 
     AXUIElementRef second = waitForTitle(*this, "Second");
     ASSERT_TRUE(cell && second);
     focus("Cell B");
-    ASSERT_TRUE(waitUntil(
-        [&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), cell); }, 5));
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), cell); }, 5));
     AXValue at;
     ASSERT_EQ(ax().copyAttributeValue(cell, "AXPosition", &at), kAXErrorSuccess);
     auto desktop = linuxdesk::atspiDesktopOf(*platform_);
@@ -275,7 +281,8 @@ TEST_F(LinuxDesktopTest, AFocusDestroyedWithItsDialogStandsUntilTheNextFocusIn) 
             if (f && axEqual(f, second)) return true;
             ++reads;
             AXValue pos;
-            if (!f) failed.push_back("focus " + std::to_string(err));
+            if (!f)
+                failed.push_back("focus " + std::to_string(err));
             else if (AXError e = ax().copyAttributeValue(f, "AXPosition", &pos))
                 failed.push_back("position " + std::to_string(e));
             else if (pos != at)
@@ -297,23 +304,17 @@ TEST_F(LinuxDesktopTest, ATableToldFocusedAfterItsFocusedCellLeavesTheFocusOnThe
     AXUIElementRef cell = waitForTitle(*this, "Cell A");
     ASSERT_TRUE(cell);
     focus("Cell A");
-    ASSERT_TRUE(waitUntil(
-        [&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), cell); }, 5));
+    ASSERT_TRUE(
+        waitUntil([&] { return axEqual(elementAttr(ax(), app, "AXFocusedUIElement"), cell); }, 5));
     auto desktop = linuxdesk::atspiDesktopOf(*platform_);
     ASSERT_TRUE(linuxtest::waitForQuiet(
         *platform_, [&] { return desktop->stats().events; }, 0.3, 5));
     std::vector<std::string> told;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
-                      told.push_back(stringAttr(ax(), el, "AXTitle"));
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer = observeApp(ax(), appPid(), app, {"AXFocusedUIElementChanged"},
+                                        [&](const AXUIElementRef& el, const std::string&) {
+                                            told.push_back(stringAttr(ax(), el, "AXTitle"));
+                                        });
+    ASSERT_TRUE(observer);
     const uint64_t before = desktop->stats().events;
     app_->send("tell Grid");
     ASSERT_TRUE(waitUntil([&] { return desktop->stats().events > before; }, 5));
@@ -333,26 +334,20 @@ TEST_F(LinuxDesktopTest, AFocusHiddenAsTheNextOneComesKeepsItsPlaceMeanwhile) {
     AXUIElementRef last;
     std::vector<std::string> lost;
     int told = 0;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef& el, const std::string&, void*) {
-                      AXValue pos;
-                      const AXError e =
-                          last ? ax().copyAttributeValue(last, "AXPosition", &pos) : kAXErrorSuccess;
-                      if (e != kAXErrorSuccess)
-                          lost.push_back(stringAttr(ax(), last, "AXTitle") + " " +
-                                         std::to_string(e));
-                      // As the agent does: where is the new focus?
-                      ax().copyAttributeValue(el, "AXPosition", &pos);
-                      last = el;
-                      ++told;
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer = observeApp(
+        ax(), appPid(), app, {"AXFocusedUIElementChanged"},
+        [&](const AXUIElementRef& el, const std::string&) {
+            AXValue pos;
+            const AXError e =
+                last ? ax().copyAttributeValue(last, "AXPosition", &pos) : kAXErrorSuccess;
+            if (e != kAXErrorSuccess)
+                lost.push_back(stringAttr(ax(), last, "AXTitle") + " " + std::to_string(e));
+            // As the agent does: where is the new focus?
+            ax().copyAttributeValue(el, "AXPosition", &pos);
+            last = el;
+            ++told;
+        });
+    ASSERT_TRUE(observer);
     app_->send("menu");
     ASSERT_TRUE(waitUntil([&] { return stringAttr(ax(), last, "AXTitle") == "Open"; }, 5));
     // Once laid out (GTK tells of the item before its menu is), as a reader that polls sees it.
@@ -384,23 +379,17 @@ TEST_F(LinuxDesktopTest, AFocusThatSlidesIntoPlaceIsFollowedThere) {
         if (ax().copyAttributeValue(el, "AXPosition", &pos) != kAXErrorSuccess) return {};
         return *pos.get<Point>();
     };
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef& el, const std::string& what, void*) {
-                      if (what == "AXFocusedUIElementChanged") {
-                          focus = el;
-                          toldAt = movedTo = positionOf(el);
-                      } else if (focus) {
-                          movedTo = positionOf(focus);
-                      }
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedUIElementChanged", nullptr),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXMoved", nullptr), kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer =
+        observeApp(ax(), appPid(), app, {"AXFocusedUIElementChanged", "AXMoved"},
+                   [&](const AXUIElementRef& el, const std::string& what) {
+                       if (what == "AXFocusedUIElementChanged") {
+                           focus = el;
+                           toldAt = movedTo = positionOf(el);
+                       } else if (focus) {
+                           movedTo = positionOf(focus);
+                       }
+                   });
+    ASSERT_TRUE(observer);
     app_->send("popover");
     ASSERT_TRUE(waitUntil(
         [&] {
@@ -498,21 +487,17 @@ TEST_F(LinuxDesktopTest, WindowActivatedAgainAnswersItsFocusWidgetAtOnce) {
         [&] { return platform_->workspace->frontmostApplication()->pid == other.pid(); }, 5));
 
     std::vector<std::string> readAtActivation;
-    AXObserverRef observer;
-    ASSERT_EQ(ax().createObserver(
-                  appPid(),
-                  [&](AXObserver&, const AXUIElementRef&, const std::string&, void*) {
-                      AXError err = kAXErrorSuccess;
-                      AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
-                      AXUIElementRef w = elementAttr(ax(), app, "AXFocusedWindow");
-                      readAtActivation.push_back(
-                          (f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err)) +
-                          (axEqual(w, window) ? " in its window" : " without a window"));
-                  },
-                  &observer),
-              kAXErrorSuccess);
-    ASSERT_EQ(observer->addNotification(app, "AXFocusedWindowChanged", nullptr), kAXErrorSuccess);
-    observer->attachToMainLoop();
+    AXObserverRef observer =
+        observeApp(ax(), appPid(), app, {"AXFocusedWindowChanged"},
+                   [&](const AXUIElementRef&, const std::string&) {
+                       AXError err = kAXErrorSuccess;
+                       AXUIElementRef f = elementAttr(ax(), app, "AXFocusedUIElement", &err);
+                       AXUIElementRef w = elementAttr(ax(), app, "AXFocusedWindow");
+                       readAtActivation.push_back(
+                           (f ? stringAttr(ax(), f, "AXTitle") : "error " + std::to_string(err)) +
+                           (axEqual(w, window) ? " in its window" : " without a window"));
+                   });
+    ASSERT_TRUE(observer);
     // The main loop runs while the window manager switches, as the agent's does, so that GTK's
     // messages arrive in the turns they were sent in.
     pid_t tool = 0;
