@@ -45,9 +45,6 @@ enum class Attr {
     Frontmost,
     Minimized,
     SelectedChildren,
-    NumberOfCharacters,
-    SelectedTextRange,
-    SelectedText,
     FocusedApplication,
 };
 
@@ -79,9 +76,6 @@ const std::unordered_map<std::string, Attr>& attributeTable() {
         {"AXFrontmost", Attr::Frontmost},
         {"AXMinimized", Attr::Minimized},
         {"AXSelectedChildren", Attr::SelectedChildren},
-        {"AXNumberOfCharacters", Attr::NumberOfCharacters},
-        {"AXSelectedTextRange", Attr::SelectedTextRange},
-        {"AXSelectedText", Attr::SelectedText},
         {"AXFocusedApplication", Attr::FocusedApplication},
     };
     return table;
@@ -205,6 +199,8 @@ AXError AtspiAccessibility::copyAttributeValue(const AXUIElementRef& element,
             return readSystemWide(attribute, out);
         case AtspiElement::Kind::Missing:
             return kAXErrorInvalidUIElement;
+        case AtspiElement::Kind::TextRun:
+            return readTextRun(*el, attribute, out);
         default: {
             const AXError err = readObject(*el, attribute, out);
             // What was kept of an application that stopped answering is not vouched for.
@@ -251,7 +247,8 @@ AXError AtspiAccessibility::roleOf(AtspiAccessible* acc, int* role, uint32_t* hi
     *role = r;
     if (hints) {
         *hints = kHintNone;
-        if (isTextRole(r) || r == ATSPI_ROLE_COMBO_BOX) {
+        if (isTextRole(r) || r == ATSPI_ROLE_COMBO_BOX || r == ATSPI_ROLE_PARAGRAPH ||
+            r == ATSPI_ROLE_HEADING) {
             if (AtspiStateSet* set = statesOf(acc)) {
                 if (atspi_state_set_contains(set, ATSPI_STATE_MULTI_LINE)) *hints |= kHintMultiLine;
                 if (atspi_state_set_contains(set, ATSPI_STATE_EDITABLE)) *hints |= kHintEditable;
@@ -388,9 +385,14 @@ AXError AtspiAccessibility::value(AtspiAccessible* acc, int role, AXValue* out) 
 
 AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string& attribute,
                                        AXValue* out) {
+    AtspiAccessible* acc = el.accessible();
+    if (isTextAttribute(attribute)) {
+        if (appGone(acc)) return kAXErrorInvalidUIElement;
+        return readText(acc, attribute, out);
+    }
+    if (auto web = readWeb(el, attribute, out)) return *web;
     auto it = attributeTable().find(attribute);
     if (it == attributeTable().end()) return kAXErrorAttributeUnsupported;
-    AtspiAccessible* acc = el.accessible();
     if (appGone(acc)) return kAXErrorInvalidUIElement;
     const bool isApp = el.kind() == AtspiElement::Kind::Application;
 
@@ -587,48 +589,6 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
                 if (AtspiAccessible* c = atspi_selection_get_selected_child(sel.p, i, nullptr))
                     items.push_back(AXValue(AXUIElementRef(AtspiElement::adopt(c))));
             *out = AXValue(std::move(items));
-            return kAXErrorSuccess;
-        }
-        case Attr::NumberOfCharacters:
-        case Attr::SelectedTextRange:
-        case Attr::SelectedText: {
-            CallClock clock;
-            GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
-            if (!text)
-                return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete
-                                                      : kAXErrorAttributeUnsupported;
-            Err err;
-            if (it->second == Attr::NumberOfCharacters) {
-                const int n = atspi_text_get_character_count(text.p, &err);
-                if (n < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-                *out = AXValue(n);
-                return kAXErrorSuccess;
-            }
-            Range range{-1, 0};
-            const int nsel = atspi_text_get_n_selections(text.p, &err);
-            if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-            if (nsel > 0) {
-                AtspiRange* r = atspi_text_get_selection(text.p, 0, &err);
-                if (!r || err.e) {
-                    g_free(r);
-                    return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-                }
-                range = Range{std::min(r->start_offset, r->end_offset),
-                              std::abs(r->end_offset - r->start_offset)};
-                g_free(r);
-            } else {
-                const int caret = atspi_text_get_caret_offset(text.p, &err);
-                if (caret < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-                range = Range{caret, 0};
-            }
-            if (it->second == Attr::SelectedTextRange) {
-                *out = AXValue(range);
-                return kAXErrorSuccess;
-            }
-            GStr s{atspi_text_get_text(text.p, static_cast<int>(range.location),
-                                       static_cast<int>(range.location + range.length), &err)};
-            if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-            *out = AXValue(s.str());
             return kAXErrorSuccess;
         }
         case Attr::FocusedApplication:

@@ -14,6 +14,8 @@
 #include "platform/linux/TurnExtents.h"
 #include "platform/linux/WindowRelative.h"
 
+typedef struct _AtspiText AtspiText;
+
 namespace orv::linuxdesk {
 
 // The accessibility calls of the seam answered from AT-SPI. Main thread only: libatspi is not
@@ -72,6 +74,22 @@ class AtspiAccessibility final : public AccessibilityAPI {
 
     int callBudgetMs() const;
 
+    // Text (AtspiText.cpp).
+    static bool isTextAttribute(const std::string& attribute);
+    AXError readText(AtspiAccessible* acc, const std::string& attribute, AXValue* out);
+    // Extents of the characters start..end, on the agent's screen; the zero rectangle where the
+    // toolkit says there is none.
+    AXError textExtents(AtspiAccessible* acc, AtspiText* text, int start, int end, Rect* out);
+
+    // Web pages (AtspiWebText.cpp): text markers name an object of the page and an offset in
+    // its text. Nothing when the attribute is not one of theirs.
+    std::optional<AXError> readWeb(const AtspiElement& el, const std::string& attribute,
+                                   AXValue* out);
+    std::optional<AXError> readWebParameterized(const AtspiElement& el,
+                                                const std::string& attribute,
+                                                const AXValue& parameter, AXValue* out);
+    AXError readTextRun(const AtspiElement& el, const std::string& attribute, AXValue* out);
+
     TurnExtents turn_;
     std::shared_ptr<AtspiDesktop> desktop_;
     AXUIElementRef systemWide_;
@@ -84,6 +102,8 @@ class AtspiAccessibility final : public AccessibilityAPI {
     std::unordered_map<std::string, Rect> lastExtents_;
     // When the focus (bus name and path) first had no extents since it last had some.
     std::unordered_map<std::string, double> lostAt_;
+    // The objects that text markers name, by bus name and path: a marker holds only those.
+    std::unordered_map<std::string, AtspiElementRef> markerObjects_;
 };
 
 }  // namespace orv::linuxdesk

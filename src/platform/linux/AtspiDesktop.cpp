@@ -402,6 +402,8 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
         geometryChanged(busNameOf(event->source));
     }
     Pending ev{kind, AtspiElement::make(event->source), AtspiElement::make(other)};
+    if (kind == EventKind::SelectedText && std::strcmp(event->type, "object:text-caret-moved") == 0)
+        ev.detail = event->detail1;
     if (!takenInAtOnce(ev)) queue(std::move(ev));
 }
 

@@ -190,6 +190,15 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // application's active window is told, as its bounds-changed would (GTK sends none).
     void focusedWindowMoved();
 
+    // The caret an application last reported moving: the object and the offset in its text.
+    struct TextCaret {
+        AtspiElementRef object;
+        int offset = -1;
+    };
+    const TextCaret* lastCaret(const std::string& bus) const;
+    // Whether `within` is `acc` or one of its ancestors.
+    bool isWithin(AtspiAccessible* acc, const AtspiElement& within);
+
   private:
     struct Pending;
     struct Delivery;
@@ -229,8 +238,10 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     AtspiElementRef focusedWithin(AtspiAccessible* root, int limit);
     // A list, table or tree told focused: the focus is the item inside that has it, if any.
     AtspiElementRef focusedItemOf(AppInfo& app, const Pending& ev);
-    // Whether `window` is `acc` or one of its ancestors (parents come from libatspi's cache).
-    bool isWithin(AtspiAccessible* acc, const AtspiElement& window);
+    // A caret moved in `source`: those who watch a page or an editable region holding it hear
+    // of it as well, as they would of a caret in a text of their own.
+    void notifyHolders(const std::string& bus, const AtspiElementRef& source,
+                       std::vector<Delivery>& out);
     // A child of its application's root object (parent from libatspi's cache when it has it).
     bool isTopLevel(AtspiAccessible* acc);
     bool hasState(AtspiAccessible* acc, int state);
@@ -253,6 +264,8 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
 
     // The rectangle of each object's last bounds-changed, by bus name and path.
     std::unordered_map<std::string, Rect> lastBounds_;
+    // By bus name.
+    std::unordered_map<std::string, TextCaret> lastCaret_;
     std::vector<Pending> pending_;
     bool flushScheduled_ = false;
     bool flushing_ = false;  // a batch is being handled or delivered

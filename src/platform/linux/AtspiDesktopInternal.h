@@ -71,6 +71,7 @@ struct AtspiDesktop::Pending {
     AtspiElementRef source;
     AtspiElementRef other;
     double at = detail::monotonicSeconds();  // arrival
+    int detail = -1;                          // a caret's offset; -1 for other events
 };
 
 struct AtspiDesktop::Delivery {

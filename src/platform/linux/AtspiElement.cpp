@@ -67,6 +67,13 @@ std::shared_ptr<const AtspiElement> AtspiElement::make(AtspiAccessible* acc) {
     return adopt(acc);
 }
 
+std::shared_ptr<const AtspiElement> AtspiElement::textRunOf(AtspiAccessible* acc) {
+    if (!acc) return nullptr;
+    g_object_ref(acc);
+    return std::shared_ptr<const AtspiElement>(
+        new AtspiElement(Kind::TextRun, acc, busNameOf(acc), pathOf(acc), 0));
+}
+
 std::shared_ptr<const AtspiElement> AtspiElement::systemWide() {
     return std::shared_ptr<const AtspiElement>(
         new AtspiElement(Kind::SystemWide, nullptr, "", "", 0));
@@ -99,6 +106,8 @@ std::string AtspiElement::debugDescription() const {
             return "<AXUIElement application pid " + std::to_string(missingPid_) + " (none)>";
         case Kind::Application:
             return "<AXUIElement application " + bus_ + ">";
+        case Kind::TextRun:
+            return "<AXUIElement text of " + bus_ + path_ + ">";
         default:
             return "<AXUIElement " + bus_ + path_ + ">";
     }

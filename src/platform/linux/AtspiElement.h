@@ -26,6 +26,9 @@ class AtspiElement final : public AXUIElement {
         Object,
         // An application element for a process that has no accessible application.
         Missing,
+        // The characters an object of a web page holds itself: pages keep their text in the
+        // objects that lay it out, where the agent expects static text elements.
+        TextRun,
     };
 
     // Takes a new reference on `acc`.
@@ -34,6 +37,8 @@ class AtspiElement final : public AXUIElement {
     static std::shared_ptr<const AtspiElement> adopt(AtspiAccessible* acc);
     static std::shared_ptr<const AtspiElement> systemWide();
     static std::shared_ptr<const AtspiElement> missing(pid_t pid);
+    // The text run of `acc` (a new reference is taken).
+    static std::shared_ptr<const AtspiElement> textRunOf(AtspiAccessible* acc);
 
     ~AtspiElement() override;
     AtspiElement(const AtspiElement&) = delete;

@@ -229,7 +229,9 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             notify(bus, "AXValueChanged", ev.source, out);
             return;
         case EventKind::SelectedText:
+            if (ev.detail >= 0) lastCaret_[bus] = TextCaret{ev.source, ev.detail};
             notify(bus, "AXSelectedTextChanged", ev.source, out);
+            notifyHolders(bus, ev.source, out);
             return;
         case EventKind::NameChanged:
             notify(bus, "AXTitleChanged", ev.source, out);
@@ -240,6 +242,41 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             return;
         case EventKind::Ignored:
             return;
+    }
+}
+
+const AtspiDesktop::TextCaret* AtspiDesktop::lastCaret(const std::string& bus) const {
+    auto it = lastCaret_.find(bus);
+    return it == lastCaret_.end() ? nullptr : &it->second;
+}
+
+void AtspiDesktop::notifyHolders(const std::string& bus, const AtspiElementRef& source,
+                                 std::vector<Delivery>& out) {
+    static const std::string kNotification = "AXSelectedTextChanged";
+    auto app = apps_.find(bus);
+    if (!source || app == apps_.end() || app->second.pid <= 0) return;
+    auto [lo, hi] = observers_.equal_range(app->second.pid);
+    for (auto it = lo; it != hi; ++it) {
+        auto observer = it->second.lock();
+        if (!observer || !observer->wants(kNotification)) continue;
+        for (const auto& reg : observer->registrations(kNotification)) {
+            const AtspiElementRef& holder = reg.element;
+            if (holder->kind() != AtspiElement::Kind::Object || holder->busName() != bus ||
+                holder->equals(*source))
+                continue;
+            // A field hears of its own caret only; pages and editable regions of them hold
+            // carets of other objects.
+            if (isTextRole(atspi_accessible_get_role(holder->accessible(), nullptr))) continue;
+            if (!isWithin(source->accessible(), *holder)) continue;
+            bool duplicate = false;
+            for (const auto& d : out)
+                if (d.key == observer.get() && d.refcon == reg.refcon &&
+                    d.notification == kNotification && axEqual(d.element, holder))
+                    duplicate = true;
+            if (!duplicate)
+                out.push_back(
+                    Delivery{observer, observer.get(), holder, kNotification, reg.refcon, {}});
+        }
     }
 }
 

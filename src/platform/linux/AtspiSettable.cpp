@@ -30,6 +30,10 @@ AXError AtspiAccessibility::copyAttributeNames(const AXUIElementRef& element,
                     "AXWindows",   "AXFocusedUIElement", "AXFocusedWindow", "AXMainWindow",
                     "AXFrontmost", "AXEnabled"};
             return kAXErrorSuccess;
+        case AtspiElement::Kind::TextRun:
+            *out = {"AXRole", "AXParent", "AXPosition", "AXSize", "AXFrame", "AXValue",
+                    "AXTopLevelUIElement", "AXWindow"};
+            return kAXErrorSuccess;
         case AtspiElement::Kind::Object:
             break;
     }
@@ -72,6 +76,9 @@ AXError AtspiAccessibility::isAttributeSettable(const AXUIElementRef& element,
             *settable = (isTextRole(role) && atspi_state_set_contains(set, ATSPI_STATE_EDITABLE)) ||
                         isRangeRole(role);
         }
+    } else if (attribute == "AXSelectedTextRange") {
+        GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
+        *settable = static_cast<bool>(text);
     }
     g_object_unref(set);
     return kAXErrorSuccess;
@@ -117,6 +124,25 @@ AXError AtspiAccessibility::setAttributeValue(const AXUIElementRef& element,
         if (!val) return kAXErrorAttributeUnsupported;
         if (!atspi_value_set_current_value(val.p, number, &err))
             return desktop_->errorFor(err.e, clock, kAXErrorFailure);
+        return kAXErrorSuccess;
+    }
+    if (attribute == "AXSelectedTextRange") {
+        const Range* r = value.get<Range>();
+        if (!r || r->location < 0 || r->length < 0 || r->location + r->length > INT_MAX)
+            return kAXErrorIllegalArgument;
+        GRef<AtspiText> text(atspi_accessible_get_text_iface(acc));
+        if (!text) return kAXErrorAttributeUnsupported;
+        const int start = static_cast<int>(r->location);
+        const int end = static_cast<int>(r->location + r->length);
+        bool done;
+        if (r->length == 0) {
+            done = atspi_text_set_caret_offset(text.p, start, &err);
+        } else if (atspi_text_get_n_selections(text.p, nullptr) > 0) {
+            done = atspi_text_set_selection(text.p, 0, start, end, &err);
+        } else {
+            done = atspi_text_add_selection(text.p, start, end, &err);
+        }
+        if (!done) return desktop_->errorFor(err.e, clock, kAXErrorFailure);
         return kAXErrorSuccess;
     }
     return kAXErrorAttributeUnsupported;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "platform/glib/GLibMainLoop.h"
+#include "platform/linux/AccessibilityStatus.h"
 #include "platform/linux/AtspiAccessibility.h"
 #include "platform/linux/AtspiDesktop.h"
 #include "platform/linux/LinuxWorkspace.h"
@@ -94,6 +95,7 @@ std::shared_ptr<Platform> makeLinuxPlatform(std::string* whyNot) {
         XCloseDisplay(dpy);
         return nullptr;
     }
+    switchOnAccessibilityAndLog();
     auto displays = X11Displays::create(dpy, *loop);
     if (!displays) {
         if (whyNot) *whyNot = "cannot read the X display layout";

@@ -50,7 +50,8 @@ AXRoleNames axRoleFor(int atspiRole, uint32_t hints) {
             return {"AXStaticText", nullptr};
         case ATSPI_ROLE_PARAGRAPH:
         case ATSPI_ROLE_HEADING:
-            return {"AXStaticText", nullptr};
+            // An editable one is a page's editing region, where the caret is followed.
+            return {hints & kHintEditable ? "AXGroup" : "AXStaticText", nullptr};
 
         // Windows.
         case ATSPI_ROLE_FRAME:

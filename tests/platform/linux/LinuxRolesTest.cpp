@@ -30,6 +30,10 @@ TEST(LinuxRoles, TextRolesDependOnLinesAndSecrecy) {
     EXPECT_EQ(role(ATSPI_ROLE_COMBO_BOX), "AXPopUpButton");
     EXPECT_EQ(role(ATSPI_ROLE_COMBO_BOX, kHintEditable), "AXComboBox");
     EXPECT_EQ(role(ATSPI_ROLE_AUTOCOMPLETE), "AXComboBox");
+    // A page's editable paragraph is a region whose caret the web area tracker follows.
+    EXPECT_EQ(role(ATSPI_ROLE_PARAGRAPH), "AXStaticText");
+    EXPECT_EQ(role(ATSPI_ROLE_PARAGRAPH, kHintEditable), "AXGroup");
+    EXPECT_EQ(role(ATSPI_ROLE_HEADING, kHintEditable), "AXGroup");
 }
 
 TEST(LinuxRoles, WindowsAndContainers) {
