@@ -104,17 +104,27 @@ AXError AtspiAccessibility::textExtents(AtspiAccessible* acc, AtspiText* text, i
     *out = Rect();
     CallClock clock;
     Err err;
-    AtspiRect* r = atspi_text_get_range_extents(text, start, end, ATSPI_COORD_TYPE_SCREEN, &err);
+    // One character is asked as a character: Qt answers the range of a line's "\n" with a box
+    // over that line and the next, from the line's start.
+    AtspiRect* r =
+        end == start + 1
+            ? atspi_text_get_character_extents(text, start, ATSPI_COORD_TYPE_SCREEN, &err)
+            : atspi_text_get_range_extents(text, start, end, ATSPI_COORD_TYPE_SCREEN, &err);
     if (!r || err.e) {
         g_free(r);
         return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
     }
     const Rect raw(r->x, r->y, r->width, r->height);
     g_free(r);
-    // What toolkits answer where there is no character: GTK 3 a rectangle without width, Qt and
-    // Chromium all zeros, Firefox an empty one, ATK -1s. All mean "none here", which the
-    // cursor's fallbacks take only as the zero rectangle. A caret (an empty range) has no width.
-    if (raw.size.height <= 0 || (end > start && raw.size.width <= 0)) return kAXErrorSuccess;
+    // What toolkits answer where there is no character: Qt and Chromium all zeros, Firefox an
+    // empty rectangle, ATK -1s, GTK 3 a rectangle without width past the end. All mean "none
+    // here", which the cursor's fallbacks take only as the zero rectangle. GTK 3's "\n" has no
+    // width either, but stands where the caret goes on its line: that one is kept.
+    if (raw.size.height <= 0) return kAXErrorSuccess;
+    if (end > start && raw.size.width <= 0) {
+        const int count = atspi_text_get_character_count(text, nullptr);
+        if (end > count) return kAXErrorSuccess;
+    }
     const std::optional<Point> shift = surfaceOffset(acc);
     if (!shift) return kAXErrorNoValue;
     const Point o = desktop_->screenOrigin();

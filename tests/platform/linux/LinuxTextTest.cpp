@@ -89,6 +89,10 @@ TEST_F(LinuxTextTest, NoCharacterAnswersTheZeroRectangle) {
     EXPECT_GT(t.origin.y, o.origin.y);
     // Past the last character GTK answers a rectangle without width: no character there.
     EXPECT_TRUE(bounds(notes, Range{7, 1}).isZero());
+    // Its new line has no width either, but stands where the caret goes at the line's end.
+    const Rect nl = bounds(notes, Range{3, 1});
+    EXPECT_GT(nl.size.height, 0);
+    EXPECT_NEAR(nl.origin.x, o.origin.x + 3 * o.size.width, 2.0);
     // The second character stands right of the first.
     const Rect n = bounds(notes, Range{1, 1});
     EXPECT_NEAR(n.origin.x, o.origin.x + o.size.width, 1.0);
