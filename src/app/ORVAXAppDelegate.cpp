@@ -4,6 +4,8 @@
 #include "Common/OrvLogger.h"
 #include "accessibility/focus/ORVAXAppTracker.h"
 #include "accessibility/focus/ORVAXFocusTracker.h"
+#include "accessibility/trackers/ORVAXTextElementTracker.h"
+#include "accessibility/trackers/ORVAXWebAreaElementTracker.h"
 #include "context/OrvContextHandler.h"
 #include "platform/Platform.h"
 #include "speech/ORVAXFocusEchoController.h"
@@ -29,6 +31,8 @@ void ORVAXAppDelegate::resetClassStateForTesting() {
     ORVAXFocusTracker::resetForTesting();
     ORVAXAppTracker::resetForTesting();
     ORVAXSystemUITracker::resetForTesting();
+    ORVAXPlainTextElementTracker::resetClassStateForTesting();
+    ORVAXWebAreaElementTracker::resetClassStateForTesting();
     OrvContextHandler::resetForTesting();
     ORVAXFocusEchoController::resetForTesting();
     ORVCommunicationHub::resetSharedState();

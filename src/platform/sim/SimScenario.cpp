@@ -164,45 +164,53 @@ class ScenarioParser {
             return readEnd(c, line);
         }
 
-        static const std::set<std::string> kSetupOnly = {"display", "app"};
+        static const std::set<std::string> kSetupOnly = {"display", "app", "default"};
         static const std::set<std::string> kEither = {"front", "focus", "pointer"};
-        static const std::map<std::string, Kind> kTimed = {
-            {"focus", Kind::Focus}, {"unfocus", Kind::Unfocus}, {"set", Kind::Set},
-            {"post", Kind::Post},   {"front", Kind::Front},     {"launch", Kind::Launch},
-            {"quit", Kind::Quit},   {"move", Kind::Move},       {"resize", Kind::Resize},
-            {"type", Kind::Type},   {"select", Kind::Select},   {"pointer", Kind::Pointer},
-            {"add", Kind::Add},     {"destroy", Kind::Destroy},
-        };
         if (kSetupOnly.count(keyword)) {
             if (timeline_)
                 return fail(line,
                             keyword + " belongs to the setup, before the timeline" +
                                 (keyword == "app" ? "; launch starts an application later" : ""));
+            if (keyword == "default") return readDefaults(c, line);
             return keyword == "app" ? readApp(c, line, next) : readDisplay(c, line);
         }
-        auto timed = kTimed.find(keyword);
-        if (timed == kTimed.end()) {
+        const ActionInfo* info = actionInfo(keyword);
+        if (!info) {
             std::string hint = keyword.rfind("AX", 0) == 0
                                    ? "; tree lines are indented two spaces under app, launch or add"
                                    : "";
             return fail(line, "unknown keyword " + quoted(keyword) + hint);
         }
-        if (!due) {
-            if (!kEither.count(keyword) || timeline_)
-                return fail(line, keyword + " needs a time: at T or after D" +
-                                      (timeline_ ? std::string()
-                                                 : "; the setup takes display, app, front, "
-                                                   "focus and pointer"));
-            return readSetupAction(c, keyword, line);
-        }
+        if (!due && (timeline_ || (!kEither.count(keyword) && !info->inSetup)))
+            return fail(line, keyword + " needs a time: at T or after D" +
+                                  (timeline_ ? std::string()
+                                             : "; the setup takes display, app, default, front, "
+                                               "focus, pointer and the faults fail, raise, "
+                                               "first-char-bounds and zero-bounds-at-end"));
+        if (!due && kEither.count(keyword)) return readSetupAction(c, keyword, line);
         Step step;
-        step.kind = timed->second;
+        step.kind = info->kind;
         step.line = line;
-        step.time = *due;
+        step.time = due.value_or(0);
         step.text = outsideText(body, kShownActionBytes);
         step.action = keyword;
         if (!readStep(c, &step, next)) return false;
-        sc_->steps_.push_back(std::move(step));
+        (due ? sc_->steps_ : sc_->setupSteps_).push_back(std::move(step));
+        return true;
+    }
+
+    bool readDefaults(Cursor& c, int line) {
+        if (c.atEnd())
+            return fail(line, "default needs a KEY=VALUE, like AllowFocusInAXWebArea=NO");
+        while (!c.atEnd()) {
+            std::string key, value, why;
+            if (!c.setting(&key, &value, &why)) return fail(line, why);
+            auto [it, fresh] = defaultLines_.emplace(key, line);
+            if (!fresh)
+                return fail(line, "default " + quoted(key) + " is given twice (first at line " +
+                                      std::to_string(it->second) + ")");
+            sc_->defaults_.emplace_back(key, value);
+        }
         return true;
     }
 
@@ -384,81 +392,25 @@ class ScenarioParser {
 
     bool readStep(Cursor& c, Step* s, size_t* next) {
         const int line = s->line;
-        std::string why;
         if (s->kind != Kind::Pointer && s->kind != Kind::Launch && !readLabel(c, line, &s->target))
             return false;
-        switch (s->kind) {
-            case Kind::Focus:
-            case Kind::Unfocus:
-            case Kind::Front:
-            case Kind::Quit:
-            case Kind::Destroy:
-                return expectEnd(c, line);
-            case Kind::Set: {
-                if (c.atEnd()) return fail(line, "set needs at least one key=value");
-                static const std::map<std::string, std::string> kRouted = {
-                    {"AXPosition", "move #name X Y"},
-                    {"AXSize", "resize #name W H"},
-                    {"AXFocused", "focus #name"},
-                };
-                while (!c.atEnd()) {
-                    std::string key;
-                    TreeValue v;
-                    if (!c.attribute(&key, &v, &why)) return fail(line, why);
-                    if (auto r = kRouted.find(key); r != kRouted.end())
-                        return fail(line, "set cannot change " + key + "; use " + r->second);
-                    s->attributes.emplace_back(key, std::move(v));
-                }
-                return true;
-            }
-            case Kind::Post: {
-                s->word = c.word();
-                bool valid =
-                    !s->word.empty() && std::all_of(s->word.begin(), s->word.end(), isNameChar);
-                if (!valid)
-                    return fail(line, "post needs a notification name, like AXTitleChanged");
-                return expectEnd(c, line);
-            }
-            case Kind::Launch:
-                return readAppDecl(c, line, next, &s->app);
-            case Kind::Move:
-                return readNumber(c, line, "x", &s->a) && readNumber(c, line, "y", &s->b) &&
-                       expectEnd(c, line);
-            case Kind::Resize:
-            case Kind::Select: {
-                bool isSize = s->kind == Kind::Resize;
-                if (!readNumber(c, line, isSize ? "a width" : "a location", &s->a) ||
-                    !readNumber(c, line, isSize ? "a height" : "a length", &s->b) ||
-                    !expectEnd(c, line))
-                    return false;
-                if (s->a < 0 || s->b < 0)
-                    return fail(line,
-                                isSize ? "a size is not negative" : "a text range is not negative");
-                if (!isSize && (s->a != std::floor(s->a) || s->b != std::floor(s->b)))
-                    return fail(line, "a text range counts whole characters");
-                // Past long's range the conversion to a text range is undefined.
-                constexpr double kLongEnd = -static_cast<double>(std::numeric_limits<long>::min());
-                if (!isSize && (s->a >= kLongEnd || s->b >= kLongEnd))
-                    return fail(line, "a text range is out of range");
-                return true;
-            }
-            case Kind::Type:
-                if (!c.string(&s->word, "the text to type in quotes", &why)) return fail(line, why);
-                return expectEnd(c, line);
-            case Kind::Pointer:
-                return readNumber(c, line, "x", &s->a) && readNumber(c, line, "y", &s->b) &&
-                       expectEnd(c, line);
-            case Kind::Add: {
-                if (!expectEnd(c, line)) return false;
-                std::vector<TreeEntry> entries;
-                if (!takeBlock(line, next, &s->tree, &entries)) return false;
-                if (entries.empty()) return fail(line, "add needs a tree indented under it");
-                // Owned by the parent's application; an unknown parent fails in the dry run.
-                auto parent = sc_->labels_.find(s->target);
-                return declareTree(s->tree, entries,
-                                   parent == sc_->labels_.end() ? 0 : parent->second.pid);
-            }
+        if (s->kind == Kind::Launch) return readAppDecl(c, line, next, &s->app);
+        if (s->kind == Kind::Add) {
+            if (!expectEnd(c, line)) return false;
+            std::vector<TreeEntry> entries;
+            if (!takeBlock(line, next, &s->tree, &entries)) return false;
+            if (entries.empty()) return fail(line, "add needs a tree indented under it");
+            // Owned by the parent's application; an unknown parent fails in the dry run.
+            auto parent = sc_->labels_.find(s->target);
+            return declareTree(s->tree, entries,
+                               parent == sc_->labels_.end() ? 0 : parent->second.pid);
         }
+        if (std::string why = readActionArguments(c, s); !why.empty()) return fail(line, why);
+        if (s->name.empty()) return true;
+        // open-list names its list, which belongs to the combo box's application.
+        if (!declare(s->name, line)) return false;
+        if (auto box = sc_->labels_.find(s->target); box != sc_->labels_.end())
+            sc_->labels_[s->name] = Scenario::LabelInfo{box->second.pid, false};
         return true;
     }
 
@@ -496,8 +448,6 @@ class ScenarioParser {
                               " is on no display");
     }
 
-    enum class Need { Any, Element, Application, Text };
-
     SimNodePtr need(SimDesktop& desk, const std::string& label, Need what, const Step* step,
                     int line, const std::string& action, char sigil = '#') {
         std::string shown = quoted(sigil + label);
@@ -518,10 +468,22 @@ class ScenarioParser {
             fail(line, action + " needs an element; " + shown + " is an application");
             node = nullptr;
         } else if (what == Need::Text && !node->isText()) {
-            fail(line,
-                 action + " needs a text element; " + shown + " is " +
-                     (node->role().empty() ? "without a role" : "a " + outsideText(node->role())));
+            fail(line, action + " needs a text element; " + shown + " is " + roleText(*node));
             node = nullptr;
+        }
+        return node;
+    }
+
+    // The target of an action, there and of the kind it needs; null (and the failure noted)
+    // otherwise, or when the action takes none.
+    SimNodePtr checkTarget(SimDesktop& desk, const Step& s, const Step* timed) {
+        const Need what = actionInfo(s.action)->target;
+        if (what == Need::None) return nullptr;
+        SimNodePtr node = need(desk, s.target, what, timed, s.line, s.action);
+        if (!node) return nullptr;
+        if (std::string why = checkTextStep(s, node); !why.empty()) {
+            fail(s.line, why);
+            return nullptr;
         }
         return node;
     }
@@ -544,21 +506,14 @@ class ScenarioParser {
             if (!need(*desk, label, Need::Element, nullptr, line, "focus")) return false;
         if (sc_->setupPointer_ && !onDisplay(*sc_->setupPointer_, pointerLine_)) return false;
 
+        // Setup faults are in place already; a mistake in them refuses the file all the same.
+        for (const Step& s : sc_->setupSteps_)
+            if (!checkTarget(*desk, s, nullptr)) return false;
+
         for (const Step& s : sc_->steps_) {
-            static const std::map<Kind, Need> kNeeds = {
-                {Kind::Focus, Need::Element},     {Kind::Unfocus, Need::Application},
-                {Kind::Set, Need::Any},           {Kind::Post, Need::Any},
-                {Kind::Front, Need::Application}, {Kind::Quit, Need::Application},
-                {Kind::Move, Need::Element},      {Kind::Resize, Need::Element},
-                {Kind::Type, Need::Text},         {Kind::Select, Need::Text},
-                {Kind::Add, Need::Any},           {Kind::Destroy, Need::Element},
-            };
             const std::string& action = s.action;
-            SimNodePtr node;
-            if (auto n = kNeeds.find(s.kind); n != kNeeds.end()) {
-                node = need(*desk, s.target, n->second, &s, s.line, action);
-                if (!node) return false;
-            }
+            SimNodePtr node = checkTarget(*desk, s, &s);
+            if (!node && actionInfo(action)->target != Need::None) return false;
             for (auto& [key, value] : s.attributes) {
                 std::vector<std::string> refs;
                 collectReferences(value, &refs);
@@ -576,6 +531,8 @@ class ScenarioParser {
             }
             if (s.kind == Kind::Destroy)
                 markGone(node, "destroyed at line " + std::to_string(s.line));
+            if (s.kind == Kind::CloseList)
+                markGone(openListOf(node), "its list closes at line " + std::to_string(s.line));
 
             Outcome done = playStep(*desk, *sc_, s);
             if (!done.note.empty()) return fail(done.line ? done.line : s.line, done.note);
@@ -606,6 +563,9 @@ class ScenarioParser {
             if (auto node = sc.find(desk, label); node && node->kind() == SimNode::Kind::Element)
                 desk.focus(node);
         if (sc.setupPointer_) desk.displays().setMouseLocationTopLeft(*sc.setupPointer_);
+        for (auto& [key, value] : sc.defaults_) desk.defaults().setString(key, value);
+        // Checked by the dry run after they are played there: faults change no tree.
+        for (auto& step : sc.setupSteps_) playStep(desk, sc, step);
         return {};
     }
 
@@ -624,6 +584,7 @@ class ScenarioParser {
     int pointerLine_ = 0;
     std::vector<int> displayLines_;
     std::map<std::string, int> declared_;
+    std::map<std::string, int> defaultLines_;
     std::map<std::string, std::string> gone_;
 };
 

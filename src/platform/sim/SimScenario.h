@@ -46,6 +46,10 @@ class Scenario {
     // Timed actions in the timeline (waits and the end are not actions).
     size_t actionCount() const { return steps_.size(); }
     const std::vector<SimDisplays::Display>& displays() const { return displays_; }
+    // The user defaults of the setup, in the order written.
+    const std::vector<std::pair<std::string, std::string>>& userDefaults() const {
+        return defaults_;
+    }
     Displays::DisplayID mainDisplay() const { return mainDisplay_; }
 
     // The element, or the application element, a label ("name" or "#name") names on the
@@ -82,7 +86,24 @@ class Scenario {
             Select,
             Pointer,
             Add,
-            Destroy
+            Destroy,
+            // Text cursors, web content, pop-up lists, faults and quiet changes
+            // (SimScenarioText.cpp).
+            Delete,
+            SelectWeb,
+            CaretWeb,
+            CaretIn,
+            OpenList,
+            Pick,
+            CloseList,
+            Fail,
+            Raise,
+            FirstCharBounds,
+            ZeroBoundsAtEnd,
+            QuietFocus,
+            QuietMove,
+            QuietSelect,
+            QuietText
         };
         Kind kind = Kind::Focus;
         int line = 0;
@@ -91,7 +112,9 @@ class Scenario {
         std::string action;  // its keyword
         std::string target;  // label without '#'
         std::vector<std::pair<std::string, TreeValue>> attributes;
-        std::string word;  // notification, or text to type
+        std::string word;  // notification, text to type, or the attribute of a fault
+        std::string name;  // the label open-list gives its list
+        std::vector<std::string> strings;  // open-list: the entries; raise: the reason
         double a = 0, b = 0;
         AppDecl app;  // launch
         Block tree;   // add
@@ -113,7 +136,9 @@ class Scenario {
     std::vector<AppDecl> apps_;  // in the order they are added: the front one first
     std::vector<std::pair<std::string, int>> setupFocus_;
     std::optional<Point> setupPointer_;
-    std::vector<Step> steps_;  // in time order
+    std::vector<std::pair<std::string, std::string>> defaults_;
+    std::vector<Step> setupSteps_;  // faults in place before the agent starts
+    std::vector<Step> steps_;       // in time order
     double endTime_ = 0;
     int endLine_ = 0;
     std::map<std::string, LabelInfo, std::less<>> labels_;

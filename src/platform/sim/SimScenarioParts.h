@@ -162,6 +162,34 @@ class Cursor {
         return true;
     }
 
+    // key=value for a user default: the value a "string" with the tree form's escapes, or a bare
+    // word as written.
+    bool setting(std::string* key, std::string* out, std::string* error) {
+        skip();
+        size_t start = i_;
+        while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
+        if (i_ == start || i_ >= s_.size() || s_[i_] != '=') {
+            i_ = start;
+            *error = "expected a default as KEY=VALUE, found " + quoted(peekWord());
+            return false;
+        }
+        *key = std::string(s_.substr(start, i_ - start));
+        ++i_;
+        if (i_ >= s_.size() || isBlank(s_[i_])) {
+            *error = "missing value after " + quoted(*key + "=");
+            return false;
+        }
+        if (s_[i_] != '"') {
+            *out = peekWordAt(i_);
+            i_ += out->size();
+            return true;
+        }
+        TreeValue v;
+        if (!value(&v, error, true)) return false;
+        *out = *v.value.get<std::string>();
+        return true;
+    }
+
     // key=value, the value as in the tree form.
     bool attribute(std::string* key, TreeValue* v, std::string* error) {
         skip();
@@ -197,6 +225,30 @@ class Cursor {
 
 void collectReferences(const TreeValue& v, std::vector<std::string>* out);
 
+// What the target of an action must be.
+enum class Need { None, Any, Element, Application, Text };
+
+struct ActionInfo {
+    Scenario::Step::Kind kind;
+    Need target;
+    // Also a setup line, in place before the agent starts.
+    bool inSetup = false;
+};
+// The timed action a keyword names; null for anything else.
+const ActionInfo* actionInfo(std::string_view keyword);
+
+// "a AXButton", or "without a role", for messages.
+std::string roleText(const SimNode& node);
+
+// Reads what follows an action's target (SimScenarioRead.cpp), everything but launch's and add's;
+// "" or why the line is refused.
+std::string readActionArguments(Cursor& c, Scenario::Step* s);
+// The actions of SimScenarioText.cpp. Checks one against the desktop it meets in the dry run, the
+// target already found with the kind its ActionInfo needs; "" or why it cannot be done there.
+std::string checkTextStep(const Scenario::Step& s, const SimNodePtr& target);
+// The pop-up list a combo box shows: its scroll area, or null.
+SimNodePtr openListOf(const SimNodePtr& comboBox);
+
 struct Outcome {
     std::string note;  // empty when the action was done
     int line = 0;      // the line to blame for a tree that did not load
@@ -207,5 +259,7 @@ Outcome treeFailure(const Scenario::Block& block, const SimTreeResult& r, int he
 // Does one action on the desktop. The parser plays every action on a private desktop first, so
 // a note here means something else changed the desktop under the scenario.
 Outcome playStep(SimDesktop& desk, const Scenario& sc, const Scenario::Step& s);
+Outcome playTextStep(SimDesktop& desk, const Scenario& sc, const Scenario::Step& s,
+                     const SimNodePtr& target);
 
 }  // namespace orv::sim::scenario_parts

@@ -1,6 +1,7 @@
 // Doing the actions of a scenario's timeline, and playing it on a main loop.
 
 #include <algorithm>
+#include <map>
 
 #include "platform/sim/SimScenarioParts.h"
 
@@ -14,6 +15,46 @@ using Kind = Scenario::Step::Kind;
 void collectReferences(const TreeValue& v, std::vector<std::string>* out) {
     if (!v.reference.empty()) out->push_back(v.reference);
     for (auto& item : v.items) collectReferences(item, out);
+}
+
+const ActionInfo* actionInfo(std::string_view keyword) {
+    static const std::map<std::string, ActionInfo, std::less<>> kActions = {
+        {"focus", {Kind::Focus, Need::Element}},
+        {"unfocus", {Kind::Unfocus, Need::Application}},
+        {"set", {Kind::Set, Need::Any}},
+        {"post", {Kind::Post, Need::Any}},
+        {"front", {Kind::Front, Need::Application}},
+        {"launch", {Kind::Launch, Need::None}},
+        {"quit", {Kind::Quit, Need::Application}},
+        {"move", {Kind::Move, Need::Element}},
+        {"resize", {Kind::Resize, Need::Element}},
+        {"type", {Kind::Type, Need::Text}},
+        {"select", {Kind::Select, Need::Text}},
+        {"pointer", {Kind::Pointer, Need::None}},
+        {"add", {Kind::Add, Need::Any}},
+        {"destroy", {Kind::Destroy, Need::Element}},
+        {"delete", {Kind::Delete, Need::Text}},
+        {"select-web", {Kind::SelectWeb, Need::Element}},
+        {"caret-web", {Kind::CaretWeb, Need::Element}},
+        {"caret-in", {Kind::CaretIn, Need::Element}},
+        {"open-list", {Kind::OpenList, Need::Element}},
+        {"pick", {Kind::Pick, Need::Element}},
+        {"close-list", {Kind::CloseList, Need::Element}},
+        {"fail", {Kind::Fail, Need::Any, true}},
+        {"raise", {Kind::Raise, Need::Any, true}},
+        {"first-char-bounds", {Kind::FirstCharBounds, Need::Text, true}},
+        {"zero-bounds-at-end", {Kind::ZeroBoundsAtEnd, Need::Text, true}},
+        {"quiet-focus", {Kind::QuietFocus, Need::Element}},
+        {"quiet-move", {Kind::QuietMove, Need::Element}},
+        {"quiet-select", {Kind::QuietSelect, Need::Text}},
+        {"quiet-text", {Kind::QuietText, Need::Text}},
+    };
+    auto it = kActions.find(keyword);
+    return it == kActions.end() ? nullptr : &it->second;
+}
+
+std::string roleText(const SimNode& node) {
+    return node.role().empty() ? "without a role" : "a " + outsideText(node.role());
 }
 
 Outcome treeFailure(const Scenario::Block& block, const SimTreeResult& r, int headerLine) {
@@ -99,6 +140,8 @@ Outcome playStep(SimDesktop& desk, const Scenario& sc, const Step& s) {
         case Kind::Destroy:
             desk.destroy(node);
             break;
+        default:
+            return playTextStep(desk, sc, s, node);
     }
     return {};
 }

@@ -91,8 +91,9 @@ TEST(SimScenario, MistakesAreRefusedWithFileLineAndReason) {
         {kEditor + "focus #ok\nat 1 focus #field\nfocus #ok",
          "t.scn:7: focus needs a time: at T or after D"},
         {kEditor + "move #ok 1 2",
-         "t.scn:5: move needs a time: at T or after D; the setup takes display, app, front, focus "
-         "and pointer"},
+         "t.scn:5: move needs a time: at T or after D; the setup takes display, app, default, "
+         "front, focus, pointer and the faults fail, raise, first-char-bounds and "
+         "zero-bounds-at-end"},
         {kEditor + "at 1 app #x 200 com.example.x \"X\"",
          "t.scn:5: app belongs to the setup, before the timeline; launch starts an application "
          "later"},
