@@ -27,7 +27,14 @@
  *   cycle MS N      give focus to the next widget of the focus order every MS ms, N times,
  *                   then write "done"
  *   move X Y        move the window
- *   text STRING     replace the text field's contents
+ *   text STRING     replace the text field's contents (no STRING: empty it)
+ *   notes STRING    replace the text area's contents (C escapes: \n is a new line)
+ *   caret NAME OFFSET  give NAME ("Name field" or "Notes") focus, the cursor at OFFSET
+ *   select NAME START END  the same, START to END selected with the cursor at END (START > END:
+ *                   selected backwards)
+ *   caret-cycle MS N  give "Notes" focus, then every MS ms move its cursor one place on, from
+ *                   the start of the text to its end and round again (middles and ends of lines,
+ *                   after each new line, the end of the text), N times, then write "done"
  *   sync            write "synced" once everything GTK had to do, idle callbacks included, is done
  *   quit            end
  * Options: --cycle MS starts an endless cycle at once; --no-stdin ignores standard input (and
@@ -37,7 +44,12 @@
  *   at NAME X Y W H T
  * with the widget's screen extents (X screen coordinates, top-left origin), NAME "(window)" and
  * the window frame's extents when no widget has focus, and T the monotonic clock in
- * microseconds when focus was set (when the move was seen).
+ * microseconds when focus was set (when the move was seen). For every move of the cursor or
+ * change of the selection in "Name field" or "Notes" (keys typed included; moves that come
+ * together make one line), and after every caret or select command even if nothing moved:
+ *   caret NAME OFFSET X Y W H T
+ * with the cursor's character offset and GTK's own rectangle for the cursor (width 0 for a line
+ * cursor) in the same coordinates, T the monotonic clock when it moved.
  * At start it writes "screen X Y W H" (the primary monitor), "xid N" (the window) and, once
  * the window has been shown, "ready". */
 #include <gdk/gdkx.h>
@@ -47,6 +59,7 @@
 
 static GtkWidget *window;
 static GtkWidget *entry;
+static GtkWidget *notes;
 static GHashTable *by_name;
 static gboolean report;
 static gboolean placed; /* the window manager has shown the window */
@@ -237,6 +250,120 @@ static void open_popover(void) {
     gtk_widget_add_tick_callback(popover, watch_slide, NULL, NULL);
 }
 
+/* Cursor moves in the text field (0) and the text area (1) wait for the idle after GTK's own
+ * layout and validation idles, so that the rectangle read is the one GTK draws. */
+static gint64 caret_since[2];
+static guint caret_idle[2];
+
+static GtkTextBuffer* notes_buffer(void) {
+    return gtk_text_view_get_buffer(GTK_TEXT_VIEW(notes));
+}
+
+/* The cursor's offset and GTK's rectangle for it, in X screen coordinates. */
+static int caret_extents(GtkWidget* w, GdkRectangle* r) {
+    int offset, x, y;
+    if (w == entry) {
+        offset = gtk_editable_get_position(GTK_EDITABLE(entry));
+        const char* text = gtk_entry_get_text(GTK_ENTRY(entry));
+        const int byte = (int)(g_utf8_offset_to_pointer(text, offset) - text);
+        PangoRectangle strong;
+        pango_layout_get_cursor_pos(gtk_entry_get_layout(GTK_ENTRY(entry)),
+                                    gtk_entry_text_index_to_layout_index(GTK_ENTRY(entry), byte),
+                                    &strong, NULL);
+        gtk_entry_get_layout_offsets(GTK_ENTRY(entry), &x, &y);
+        x += PANGO_PIXELS(strong.x);
+        y += PANGO_PIXELS(strong.y);
+        r->width = PANGO_PIXELS(strong.width);
+        r->height = PANGO_PIXELS(strong.height);
+    } else {
+        GtkTextIter at;
+        gtk_text_buffer_get_iter_at_mark(notes_buffer(), &at,
+                                         gtk_text_buffer_get_insert(notes_buffer()));
+        offset = gtk_text_iter_get_offset(&at);
+        GdkRectangle strong;
+        gtk_text_view_get_cursor_locations(GTK_TEXT_VIEW(notes), &at, &strong, NULL);
+        gtk_text_view_buffer_to_window_coords(GTK_TEXT_VIEW(notes), GTK_TEXT_WINDOW_WIDGET,
+                                              strong.x, strong.y, &x, &y);
+        r->width = strong.width;
+        r->height = strong.height;
+    }
+    int wx = 0, wy = 0, ox = 0, oy = 0;
+    gtk_widget_translate_coordinates(w, window, x, y, &wx, &wy);
+    gdk_window_get_origin(gtk_widget_get_window(window), &ox, &oy);
+    r->x = ox + wx;
+    r->y = oy + wy;
+    return offset;
+}
+
+static gboolean report_caret(gpointer data) {
+    GtkWidget* w = data;
+    const int i = w == notes;
+    caret_idle[i] = 0;
+    GdkRectangle r;
+    const int offset = caret_extents(w, &r);
+    printf("caret %s %d %d %d %d %d %" G_GINT64_FORMAT "\n", gtk_widget_get_name(w), offset, r.x,
+           r.y, r.width, r.height, caret_since[i]);
+    fflush(stdout);
+    return G_SOURCE_REMOVE;
+}
+
+static void caret_moved(GtkWidget* w) {
+    if (!report || !placed) return;
+    const int i = w == notes;
+    if (caret_idle[i]) return;
+    caret_since[i] = g_get_monotonic_time();
+    caret_idle[i] = g_idle_add_full(G_PRIORITY_HIGH_IDLE + 30, report_caret, w, NULL);
+}
+
+static void on_entry_notify(GObject* o, GParamSpec* p, gpointer data) {
+    (void)o, (void)p, (void)data;
+    caret_moved(entry);
+}
+
+static void on_mark_set(GtkTextBuffer* b, GtkTextIter* at, GtkTextMark* mark, gpointer data) {
+    (void)at, (void)data;
+    if (mark == gtk_text_buffer_get_insert(b) || mark == gtk_text_buffer_get_selection_bound(b))
+        caret_moved(notes);
+}
+
+/* START to END selected, the cursor at END; the widget gets focus first, since a text field
+ * selects all of its text when it takes focus. */
+static void set_selection(GtkWidget* w, int start, int end) {
+    if (!gtk_widget_is_focus(w)) gtk_widget_grab_focus(w);
+    if (w == entry) {
+        gtk_editable_select_region(GTK_EDITABLE(entry), start, end);
+    } else {
+        GtkTextIter s, e;
+        gtk_text_buffer_get_iter_at_offset(notes_buffer(), &s, start);
+        gtk_text_buffer_get_iter_at_offset(notes_buffer(), &e, end);
+        gtk_text_buffer_select_range(notes_buffer(), &e, &s);
+    }
+    caret_moved(w);
+}
+
+static int caret_walk_left;
+static guint caret_walk_source;
+
+static gboolean caret_walk(gpointer data) {
+    (void)data;
+    if (caret_walk_left-- == 0) {
+        caret_walk_source = 0;
+        printf("done\n");
+        fflush(stdout);
+        return G_SOURCE_REMOVE;
+    }
+    GtkTextIter at;
+    gtk_text_buffer_get_iter_at_mark(notes_buffer(), &at,
+                                     gtk_text_buffer_get_insert(notes_buffer()));
+    /* The end of the text is a cursor place too; after it comes the start. */
+    if (gtk_text_iter_is_end(&at))
+        gtk_text_buffer_get_start_iter(notes_buffer(), &at);
+    else
+        gtk_text_iter_forward_char(&at);
+    gtk_text_buffer_place_cursor(notes_buffer(), &at);
+    return G_SOURCE_CONTINUE;
+}
+
 static void handle(const char *line) {
     if (g_str_has_prefix(line, "focus ")) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 6);
@@ -294,8 +421,33 @@ static void handle(const char *line) {
     } else if (g_str_has_prefix(line, "move ")) {
         int x = 0, y = 0;
         if (sscanf(line + 5, "%d %d", &x, &y) == 2) gtk_window_move(GTK_WINDOW(window), x, y);
-    } else if (g_str_has_prefix(line, "text ")) {
-        gtk_entry_set_text(GTK_ENTRY(entry), line + 5);
+    } else if (g_str_has_prefix(line, "text ") || strcmp(line, "text") == 0) {
+        gtk_entry_set_text(GTK_ENTRY(entry), line[4] ? line + 5 : "");
+    } else if (g_str_has_prefix(line, "notes ")) {
+        gchar* text = g_strcompress(line + 6);
+        gtk_text_buffer_set_text(notes_buffer(), text, -1);
+        g_free(text);
+    } else if (g_str_has_prefix(line, "caret ") || g_str_has_prefix(line, "select ")) {
+        const gboolean range = line[0] == 's';
+        const char* args = strchr(line, ' ') + 1;
+        /* The name has a space: the numbers close the line. */
+        GtkWidget* w = g_str_has_prefix(args, "Name field ") ? entry : notes;
+        const char* field = w == entry ? "Name field" : "Notes";
+        const char* numbers = args + strlen(field);
+        int start = 0, end = 0;
+        if (!g_str_has_prefix(args, field) || (range ? sscanf(numbers, "%d %d", &start, &end) != 2
+                                                     : sscanf(numbers, "%d", &start) != 1)) {
+            g_printerr("bad cursor command '%s'\n", line);
+            return;
+        }
+        set_selection(w, start, range ? end : start);
+    } else if (g_str_has_prefix(line, "caret-cycle ")) {
+        int ms = 0, count = 0;
+        if (sscanf(line + 12, "%d %d", &ms, &count) != 2 || ms <= 0 || count < 0) return;
+        if (caret_walk_source) g_source_remove(caret_walk_source);
+        caret_walk_left = count;
+        if (!gtk_widget_is_focus(notes)) gtk_widget_grab_focus(notes);
+        caret_walk_source = g_timeout_add(ms, caret_walk, NULL);
     } else if (strcmp(line, "sync") == 0) {
         g_idle_add_full(G_PRIORITY_LOW, synced, NULL, NULL);
     } else if (strcmp(line, "quit") == 0) {
@@ -385,9 +537,12 @@ int main(int argc, char **argv) {
         gtk_widget_set_name(row, label);
         g_hash_table_insert(by_name, g_strdup(label), row);
     }
-    GtkWidget *area = gtk_text_view_new();
+    GtkWidget *area = notes = gtk_text_view_new();
     name_widget(area, "Notes");
     gtk_text_buffer_set_text(gtk_text_view_get_buffer(GTK_TEXT_VIEW(area)), "one\ntwo", -1);
+    g_signal_connect(notes_buffer(), "mark-set", G_CALLBACK(on_mark_set), NULL);
+    g_signal_connect(entry, "notify::cursor-position", G_CALLBACK(on_entry_notify), NULL);
+    g_signal_connect(entry, "notify::selection-bound", G_CALLBACK(on_entry_notify), NULL);
     GtkWidget *scroll = gtk_scrolled_window_new(NULL, NULL);
     gtk_widget_set_size_request(scroll, -1, 80);
     gtk_container_add(GTK_CONTAINER(scroll), area);

@@ -10,8 +10,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
-#include <sstream>
 #include <memory>
+#include <sstream>
+#include <string_view>
 
 #include "EndToEndProcesses.h"
 
@@ -424,6 +425,135 @@ TEST_F(AgentEndToEnd, ApplicationQuittingWhileFocusedLeavesTheAgentFollowing) {
         // The focus went with the window: "none" may come before the next.
         expectArea(other.expected(), std::string("the remaining window after ") + how, true);
         expectFocusArea(other, change(other, [&] { tab(); }), std::string("Tab after ") + how);
+    }
+}
+
+// Where the agent must put the text cursor for one position.
+enum class CaretRule {
+    // On GTK's cursor: x within 2 px, the vertical spans overlapping.
+    AtCursor,
+    // At the start of a line with no character to place the mark by (after a final new line)
+    // the agent's rule takes the line before the insertion line on purpose: the mark goes to
+    // that line's start, not to GTK's cursor.
+    PreviousLineStart,
+    // An empty field has no character to place it by: the agent's mark 4 px inside the field's
+    // left edge, 1x17 with its bottom 20 px below the field's top.
+    EmptyField,
+};
+
+struct CaretStep {
+    const char* action;  // a window command, or "key ..." typed through the X server
+    const char* widget;
+    int offset;  // where GTK's cursor lands
+    CaretRule rule = CaretRule::AtCursor;
+    int lineStart = 0;  // PreviousLineStart: the offset of that line's start
+};
+
+// Every place the cursor can stand in a line of text, in the text area and in the text field,
+// each checked against GTK's own cursor rectangle (the window's caret lines). Each step lands
+// somewhere other than the step before, and only an area newer than the step counts.
+TEST_F(AgentEndToEnd, TextCursorFollowsGtksOwnCursor) {
+    TestWindow& w = startWindow();
+    ASSERT_NO_FATAL_FAILURE(startAgent(w));
+    w.proc.send("notes alpha beta\\n\\ngamma\\n");
+    w.proc.send("text hello world");
+    w.proc.send("sync");
+    ASSERT_TRUE(waitFor(
+        all(),
+        [&] { return std::count(w.proc.out.lines.begin(), w.proc.out.lines.end(), "synced"); },
+        kPatience));
+
+    const std::vector<CaretStep> steps = {
+        {"caret Notes 3", "Notes", 3},  // middle of a line
+        {"key Home", "Notes", 0},
+        {"key End", "Notes", 10},         // end of a line, before its new line
+        {"caret Notes 12", "Notes", 12},  // after a new line
+        {"caret Notes 11", "Notes", 11},  // an empty line: GTK places its new line
+        {"caret Notes 17", "Notes", 17},
+        {"caret Notes 18", "Notes", 18, CaretRule::PreviousLineStart, 12},  // end, after a new line
+        {"caret Notes 2", "Notes", 2},
+        {"key shift+Right shift+Right shift+Right", "Notes", 5},  // selection extended right
+        {"caret Notes 9", "Notes", 9},
+        {"select Notes 9 4", "Notes", 4},  // extended left
+        {"caret Name field 4", "Name field", 4},
+        {"key Home", "Name field", 0},
+        {"key End", "Name field", 11},  // end of text
+        {"select Name field 5 8", "Name field", 8},
+        {"caret Name field 6", "Name field", 6},
+        {"key shift+Left shift+Left shift+Left", "Name field", 3},
+        {"text", "Name field", 0, CaretRule::EmptyField},
+    };
+    auto toAgent = [&](int x, int y, int width, int height) {
+        return Area{x - w.screenX, w.screenHeight - (y - w.screenY) - height, width, height};
+    };
+    auto lastCaret = [&](const std::string& widget, int offset, size_t from) {
+        std::optional<CaretReport> found;
+        for (size_t i = from; i < w.proc.out.lines.size(); ++i)
+            if (auto c = parseCaret(w.proc.out.lines[i]);
+                c && c->name == widget && c->offset == offset)
+                found = c;
+        return found;
+    };
+    for (const CaretStep& s : steps) {
+        const std::string what =
+            std::string(s.action) + " (" + s.widget + " at " + std::to_string(s.offset) + ")";
+        const size_t lines = w.proc.out.lines.size(), areas = agent_.out.lines.size();
+        if (std::string_view(s.action).starts_with("key ")) {
+            std::vector<std::string> argv{"xdotool", "key"};
+            std::istringstream keys(s.action + 4);
+            for (std::string k; keys >> k;) argv.push_back(k);
+            ASSERT_EQ(runTool(argv), 0);
+        } else {
+            w.proc.send(s.action);
+            // Emptied, the field is given its cursor again: the window reports it then.
+            if (s.rule == CaretRule::EmptyField) w.proc.send("caret Name field 0");
+        }
+        std::optional<CaretReport> caret;
+        ASSERT_TRUE(waitFor(
+            all(), [&] { return (caret = lastCaret(s.widget, s.offset, lines)).has_value(); },
+            kPatience))
+            << "the window reported no cursor for " << what;
+
+        Area gtk = toAgent(caret->x, caret->y, caret->width, caret->height);
+        std::ostringstream want;
+        std::function<bool(const Area&)> ok;
+        if (s.rule == CaretRule::EmptyField) {
+            FocusReport field;
+            for (const auto& r : w.reports())
+                if (r.name == s.widget) field = r;
+            const Area f = toAgent(field.x, field.y, field.width, field.height);
+            const Area mark{f.x + 4, f.y + f.height - 20, 1, 17};
+            want << "the empty field's mark " << mark;
+            ok = [mark](const Area& a) {
+                return a.x == mark.x && a.y == mark.y && a.width == 1 && a.height == 17;
+            };
+        } else {
+            if (s.rule == CaretRule::PreviousLineStart) {
+                const auto start = lastCaret(s.widget, s.lineStart, 0);
+                ASSERT_TRUE(start) << "no cursor was reported at the line's start";
+                gtk = toAgent(start->x, start->y, start->width, start->height);
+                want << "(the agent's rule: the line before's start) ";
+            }
+            want << "a 1-wide mark within 2 px of GTK's cursor at " << gtk;
+            ok = [gtk](const Area& a) {
+                return a.width == 1 && std::abs(a.x - gtk.x) <= 2 && a.y < gtk.y + gtk.height &&
+                       gtk.y < a.y + a.height;
+            };
+        }
+        std::optional<Area> last;
+        const bool followed = waitFor(
+            all(),
+            [&] {
+                for (size_t i = areas; i < agent_.out.lines.size(); ++i)
+                    if (auto a = parseArea(agent_.out.lines[i])) last = a;
+                return last && ok(*last);
+            },
+            kPatience);
+        std::ostringstream got;
+        if (last) got << *last;
+        EXPECT_TRUE(followed) << what << ": the agent's last area is "
+                              << (last ? got.str() : "none since") << " where " << want.str()
+                              << " was due";
     }
 }
 

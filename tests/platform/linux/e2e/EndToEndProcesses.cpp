@@ -199,4 +199,20 @@ std::optional<FocusReport> parseReport(const std::string& line) {
     return r;
 }
 
+std::optional<CaretReport> parseCaret(const std::string& line) {
+    std::istringstream in(line);
+    std::vector<std::string> words;
+    for (std::string w; in >> w;) words.push_back(w);
+    if (words.size() < 8 || words[0] != "caret") return std::nullopt;
+    CaretReport r;
+    const size_t n = words.size();
+    for (size_t i = 1; i + 6 < n; ++i) r.name += (i > 1 ? " " : "") + words[i];
+    r.offset = std::atoi(words[n - 6].c_str());
+    r.x = std::atoi(words[n - 5].c_str());
+    r.y = std::atoi(words[n - 4].c_str());
+    r.width = std::atoi(words[n - 3].c_str());
+    r.height = std::atoi(words[n - 2].c_str());
+    return r;
+}
+
 }  // namespace orv::e2e

@@ -87,4 +87,12 @@ struct FocusReport {
 };
 std::optional<FocusReport> parseReport(const std::string& line);
 
+// "caret NAME OFFSET X Y W H T" from the test window: GTK's own text cursor rectangle.
+struct CaretReport {
+    std::string name;
+    int offset = 0;
+    int x = 0, y = 0, width = 0, height = 0;
+};
+std::optional<CaretReport> parseCaret(const std::string& line);
+
 }  // namespace orv::e2e
