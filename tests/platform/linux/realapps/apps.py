@@ -1,6 +1,10 @@
 """The applications and the keys that drive each: every "key" step is one focus change measured;
 "press" steps set something up and are not measured; "move" steps move the active window (the
-area must follow). Windows start moved to (150, 110)."""
+area must follow); "caret" steps (a key) and "type" steps (text typed) each move the text cursor
+once, measured against the toolkit's caret. Windows start moved to (150, 110).
+
+The caret walks are entries of their own (NAME-caret, the same program started afresh), so that
+the focus walks and their figures stay as they are; they are reported, not judged."""
 
 import os
 import shutil
@@ -28,10 +32,24 @@ def M(x, y):
     return Step("move", (x, y), f"move to {x},{y}")
 
 
+def C(key, label=None):
+    return Step("caret", key, label or key)
+
+
+def T(text, label=None):
+    return Step("type", text, label or f"type {text!r}")
+
+
+def W(pattern, label):
+    """Not measured: waits (bounded) until the focused text's caret line matches pattern."""
+    return Step("await", pattern, label)
+
+
 class App:
     def __init__(self, name, packages, program, argv, steps, env=None, start_bound=20.0,
-                 setup=None):
+                 setup=None, judged=True):
         self.name = name
+        self.judged = judged   # its figures count towards the run's exit status
         self.packages = packages
         self.program = program
         self._argv = argv
@@ -52,6 +70,12 @@ class App:
 
     def env(self, work):
         return {k: v.replace("{work}", work) for k, v in self._env.items()}
+
+    def caret_walk(self, steps, env=None):
+        """The same program, started afresh, for a walk of the text cursor."""
+        return App(self.name + "-caret", self.packages, self.program, self._argv, steps,
+                   env=dict(self._env, **(env or {})), start_bound=self.start_bound,
+                   setup=self.setup, judged=False)
 
 
 # --- GTK 3: gtk3-widget-factory (starts with the focus in the first combo box's entry) ---
@@ -348,18 +372,178 @@ MOUSEPAD = App(
         K("Escape", "close the dialog"),
     ])
 
-APPS = [GTK3, GTK4, QT5, FIREFOX, XFCE_TERMINAL, MOUSEPAD]
+# --- The text cursor: each walk starts with the focus in a text field (or puts it there) ---
+
+GTK3_CARET = GTK3.caret_walk([
+    # The first combo box's entry has the focus at the start.
+    P("ctrl+a"),
+    C("BackSpace", "entry: emptied (select all, BackSpace)"),
+    T("hello", "entry: typed, end of text"),
+    C("Left", "entry: previous character"),
+    C("Left", "entry: previous character"),
+    C("Right", "entry: next character"),
+    C("Home", "entry: Home"),
+    C("Right", "entry: next character"),
+    C("End", "entry: End"),
+    C("shift+Left", "entry: select leftwards"),
+    C("shift+Left", "entry: select leftwards"),
+    C("shift+Right", "entry: shrink the selection"),
+    C("Home", "entry: Home, no selection"),
+    C("shift+Right", "entry: select rightwards"),
+    C("shift+Right", "entry: select rightwards"),
+    C("shift+Left", "entry: shrink the selection"),
+    # Page 2's text view, as the focus walk reaches it.
+    P("F10"), P("Right"), P("space"),
+    P("Tab"), P("Tab"), P("Tab"), P("Tab"), P("Tab"), P("Tab"),
+    P("ctrl+a"),
+    C("BackSpace", "text view: emptied"),
+    T("one", "text view: typed, end of text"),
+    C("Return", "text view: Return, after the newline"),
+    T("two", "text view: second line typed"),
+    C("Up", "text view: line up"),
+    C("Home", "text view: Home"),
+    C("Right", "text view: next character"),
+    C("End", "text view: End of the first line"),
+    C("Down", "text view: line down"),
+    C("shift+Left", "text view: select leftwards"),
+    C("shift+Home", "text view: select to the line's start"),
+    C("ctrl+End", "text view: end of text"),
+    C("Return", "text view: Return at the end, after the newline"),
+])
+
+GTK4_CARET = GTK4.caret_walk([
+    # GTK 4 announces no first focus: out of the first entry and back, so that it is announced.
+    P("Tab"), P("shift+Tab"),
+    C("End", "entry: End"),
+    T("xy", "entry: typed, end of text"),
+    C("Left", "entry: previous character"),
+    C("Left", "entry: previous character"),
+    C("Right", "entry: next character"),
+    C("Home", "entry: Home"),
+    C("End", "entry: End"),
+])
+
+QT5_CARET = QT5.caret_walk([
+    # The line edit of "Simple Input Widgets" (a password field), back from the style combo.
+    P("alt+s"),
+    P("shift+Tab"), P("shift+Tab"), P("shift+Tab"), P("shift+Tab"), P("shift+Tab"),
+    P("shift+Tab"), P("shift+Tab"),
+    C("End", "line edit: End"),
+    T("ab", "line edit: typed, end of text"),
+    C("Left", "line edit: previous character"),
+    C("Left", "line edit: previous character"),
+    C("Right", "line edit: next character"),
+    C("Home", "line edit: Home"),
+    C("shift+Right", "line edit: select rightwards"),
+    C("shift+Right", "line edit: select rightwards"),
+    C("shift+Left", "line edit: shrink the selection"),
+    C("End", "line edit: End, no selection"),
+    C("shift+Left", "line edit: select leftwards"),
+    C("shift+Home", "line edit: select to the start"),
+    P("ctrl+a"),
+    C("BackSpace", "line edit: emptied"),
+    # Qt answers nothing about a password field's characters: the text edit of the tool box
+    # gives its caret too.
+    P("alt+s"), P("shift+Tab"), P("shift+Tab"), P("shift+Tab"),
+    C("ctrl+End", "text edit: end of text"),
+    T("ab", "text edit: typed"),
+    C("Left", "text edit: previous character"),
+    C("Home", "text edit: Home"),
+    C("Right", "text edit: next character"),
+    C("Up", "text edit: line up"),
+    C("End", "text edit: End"),
+    C("ctrl+End", "text edit: end of text"),
+    C("Return", "text edit: Return, after the newline"),
+    C("shift+Up", "text edit: select a line up"),
+])
+
+FIREFOX_CARET = FIREFOX.caret_walk([
+    # The page starts with the focus in the name field ("Ada").
+    C("End", "input: End, end of text"),
+    T("x", "input: typed"),
+    C("Left", "input: previous character"),
+    C("Left", "input: previous character"),
+    C("Right", "input: next character"),
+    C("Home", "input: Home"),
+    C("shift+Right", "input: select rightwards"),
+    C("End", "input: End"),
+    # The text area ("One", "Two"), seven stops further.
+    P("Tab"), P("Tab"), P("Tab"), P("Tab"), P("Tab"), P("Tab"), P("Tab"),
+    C("ctrl+End", "text area: end of text"),
+    C("Left", "text area: previous character"),
+    C("Home", "text area: Home, second line's start"),
+    C("Up", "text area: line up"),
+    C("End", "text area: End of the first line"),
+    C("ctrl+End", "text area: end of text"),
+    C("Return", "text area: Return, after the newline"),
+    T("z", "text area: third line typed"),
+    # The editable paragraph, four stops further (after the button far below).
+    P("Tab"), P("Tab"), P("Tab"), P("Tab"),
+    C("End", "paragraph: End, end of text"),
+    T("s", "paragraph: typed"),
+    C("Left", "paragraph: previous character"),
+    C("Right", "paragraph: next character"),
+    C("Home", "paragraph: Home"),
+    C("Right", "paragraph: next character"),
+    C("End", "paragraph: End"),
+])
+
+TERMINAL_CARET = XFCE_TERMINAL.caret_walk([
+    # The terminal's caret is its cursor cell, after the shell's prompt (keys typed before the
+    # shell reads them would be echoed raw: ^[[D for Left).
+    W(r"[$#] *$", "the shell's prompt"),
+    T("echo one", "prompt: typed"),
+    C("Left", "prompt: previous character"),
+    C("Left", "prompt: previous character"),
+    C("Right", "prompt: next character"),
+    C("Home", "prompt: Home"),
+    C("Right", "prompt: next character"),
+    C("End", "prompt: End"),
+    C("BackSpace", "prompt: BackSpace"),
+])
+
+MOUSEPAD_CARET = MOUSEPAD.caret_walk(env={
+    # Typing leaves an autosaved document and a session behind, which the next start offers to
+    # restore (a dialog first): kept in memory and in the run's directory instead.
+    "GSETTINGS_BACKEND": "memory", "XDG_DATA_HOME": "{work}/mousepad-caret-data"}, steps=[
+    # A new document: the focus in its empty text view.
+    T("first line", "typed, end of text"),
+    C("Return", "Return, after the newline"),
+    T("second", "second line typed"),
+    C("Left", "previous character"),
+    C("Left", "previous character"),
+    C("Right", "next character"),
+    C("Up", "line up"),
+    C("Home", "Home"),
+    C("Right", "next character"),
+    C("End", "End of the first line"),
+    C("Down", "line down"),
+    C("Home", "Home of the second line"),
+    C("ctrl+End", "end of text"),
+    C("Return", "Return at the end, after the newline"),
+    C("BackSpace", "BackSpace, end of text again"),
+])
+
+FOCUS_WALKS = [GTK3, GTK4, QT5, FIREFOX, XFCE_TERMINAL, MOUSEPAD]
+CARET_WALKS = [GTK3_CARET, GTK4_CARET, QT5_CARET, FIREFOX_CARET, TERMINAL_CARET,
+               MOUSEPAD_CARET]
+APPS = FOCUS_WALKS + CARET_WALKS
 
 
 def select(names):
+    """Entries by name; the part of a name before its first '-' (gtk3, firefox, xfce4...) names
+    both walks of that program, "focus" every focus walk and "caret" every caret walk."""
     if not names:
         return list(APPS)
-    by = {a.name: a for a in APPS}
-    short = {a.name.split("-")[0]: a for a in APPS}
+    by = {a.name: [a] for a in APPS}
+    by["focus"], by["caret"] = list(FOCUS_WALKS), list(CARET_WALKS)
+    for a in APPS:
+        by.setdefault(a.name.split("-")[0], []).append(a)
     out = []
     for n in names:
-        a = by.get(n) or short.get(n)
-        if a is None:
+        if n not in by:
             return None
-        out.append(a)
+        for a in by[n]:
+            if a not in out:
+                out.append(a)
     return out

@@ -10,6 +10,8 @@ import statistics
 
 TOLERANCE = 1          # px, for rounding
 RIGHT_TARGET = 98.0    # % of focus changes per application
+CARET_SLACK = 2        # px between the agent's cursor mark and the toolkit's caret x
+CURSOR_WIDTH = 2       # px: wider is not a cursor mark
 
 
 def to_agent(r, screen):
@@ -81,9 +83,11 @@ class AppResult:
         self.skipped = None
         self.trace = []
         self.stalls = []
+        self.judged = True
+        self.caret = CaretResult()
 
     def met(self):
-        if self.skipped:
+        if self.skipped or not self.judged:
             return True
         if self.broken or self.tried == 0:
             return False
@@ -116,6 +120,21 @@ class Judge:
 
     def broken(self, name, why):
         self._app(name).broken.append(why)
+
+    def caret_note(self, name, note):
+        self._app(name).caret.notes.append(note)
+
+    def reported_only(self, name):
+        self._app(name).judged = False
+
+    def caret(self, name, step, t_key, events, now, areas, prev_area, screen):
+        """One position of the text cursor: the agent's last area against the toolkit's caret."""
+        res = self._app(name)
+        label = step.label or str(step.arg)
+        judge_caret(res.caret, label, t_key, events, now, areas, prev_area, screen)
+        if now and now.get("toolkit"):
+            res.toolkit = res.toolkit or now["toolkit"]
+        res.trace.append(res.caret.trace[-1])
 
     def step(self, name, step, t_key, events, now, areas, prev_area, screen):
         res = self._app(name)
@@ -197,6 +216,156 @@ class Judge:
         self.prev_final[name] = due
 
 
+# --- The text cursor ---
+
+RULES = {
+    "after-newline": "after a newline: the agent's rule puts the mark at the start of the line "
+                     "before the insertion line",
+    "empty": "empty field: the agent's mark 4 px inside the left edge, its bottom 20 px below "
+             "the top edge",
+    "no-extents": "the toolkit answered no character extents: the agent's mark near the field's "
+                  "edge, which must lie inside the field",
+}
+
+
+class CaretResult:
+    def __init__(self):
+        self.tried = 0
+        self.matched = 0
+        self.rule = 0            # placed by one of the agent's rules, not at the toolkit's caret
+        self.rule_held = 0       # ... and where that rule puts the mark
+        self.lines = []          # every rule-placed position and every miss, with the reason
+        self.no_event = []       # keys the toolkit sent no caret event for
+        self.no_reference = []
+        self.notes = []
+        self.rules_seen = set()
+        self.latencies = []
+        self.trace = []
+
+
+def cursor_like(r):
+    return r is not None and 0 <= r[2] <= CURSOR_WIDTH and r[3] > 0
+
+
+def at_caret(got, x, y, h, screen):
+    """got (agent space) is a cursor mark within CARET_SLACK of x whose vertical span overlaps
+    the screen span y..y+h."""
+    if not cursor_like(got):
+        return False
+    lo, hi = screen[1] - y - h, screen[1] - y
+    return abs(got[0] - x) <= CARET_SLACK and got[1] < hi and got[1] + got[3] > lo
+
+
+def why_not(got, at, screen):
+    """Why got is not at the caret `at` ({x, y, h} on the screen)."""
+    if got is None:
+        return "no area"
+    out = []
+    if not cursor_like(got):
+        out.append(f"not a cursor mark ({got[2]}x{got[3]})")
+    if at is not None:
+        if abs(got[0] - at["x"]) > CARET_SLACK:
+            out.append(f"x off by {got[0] - at['x']:+d} px")
+        lo, hi = screen[1] - at["y"] - at["h"], screen[1] - at["y"]
+        if not (got[1] < hi and got[1] + got[3] > lo):
+            out.append("not on the caret's line")
+    return ", ".join(out) or "?"
+
+
+def rule_mark(where, ref, screen):
+    """Where the agent's rule for this case puts the mark (agent space), and whether the check
+    is only "inside the field" (the mark's exact place is the agent's business)."""
+    if where == "empty":
+        # The agent's own arithmetic, done in its bottom-left space on the visible bounds.
+        v = to_agent(ref.get("vis") or ref.get("rect"), screen)
+        if v is not None:
+            return [v[0] + 4, v[1] + v[3] - 20, 1, 17], False
+    if where == "after-newline" and ref.get("line_start"):
+        return to_agent(ref["line_start"], screen), False
+    return to_agent(ref.get("rect"), screen), True
+
+
+def rule_holds(where, ref, got, screen):
+    """The agent's mark is where its own rule for this case puts it; else why not."""
+    mark, inside_only = rule_mark(where, ref, screen)
+    if mark is None:
+        return False, "the reference has no rectangle for the field"
+    if not cursor_like(got):
+        return False, why_not(got, None, screen)
+    if inside_only:
+        return (True, "") if within(got, mark) else (False, f"outside the field {fmt(mark)}")
+    if where == "after-newline":
+        held = abs(got[0] - mark[0]) <= CARET_SLACK and got[1] < mark[1] + mark[3] and \
+            got[1] + got[3] > mark[1]
+    else:
+        held = abs(got[0] - mark[0]) <= CARET_SLACK and abs(got[1] - mark[1]) <= CARET_SLACK
+    return held, "" if held else f"the rule's mark is at {fmt(mark)}"
+
+
+def judge_caret(res, label, t_key, events, now, areas, prev_area, screen):
+    if not events:
+        res.no_event.append(label)
+    if not now or now.get("none") or now.get("where") in (None, "no-text"):
+        res.no_reference.append(label)
+        res.trace.append(f"{label}: no text object with a caret in the reference")
+        return
+    final = areas[-1] if areas else prev_area
+    got = final["rect"] if final else None
+    where, at = now["where"], now.get("at")
+    res.tried += 1
+    pos = (f"offset {now.get('offset')} of {now.get('count')}"
+           + (f", selection {now['sel'][0]}-{now['sel'][1]}"
+              if now.get("sel") and now["sel"][0] != now["sel"][1] else ""))
+    due = "none" if at is None else f"x {at['x']} y {at['y']} h {at['h']}"
+    tail = (f"{now.get('role')} {now.get('name')!r} {pos} [{where}]: caret {due}, got {fmt(got)}"
+            f"{'' if areas else ' (nothing new arrived)'}")
+    if at is not None and at_caret(got, at["x"], at["y"], at["h"], screen):
+        res.matched += 1
+        first = len(areas) - 1
+        while first > 0 and areas[first - 1]["rect"] == final["rect"]:
+            first -= 1
+        if areas:
+            res.latencies.append((areas[first]["t"] - t_key) * 1000.0)
+        res.trace.append(f"{label}: {tail} within {CARET_SLACK} px")
+        return
+    if where in RULES:
+        held, why = rule_holds(where, now, got, screen)
+        res.rule += 1
+        res.rule_held += held
+        verdict = "where the rule puts it" if held else "NOT where the rule puts it: " + why
+        res.rules_seen.add(where)
+        res.lines.append(f"rule {label}: {verdict}; {tail}")
+        res.trace.append(f"{label}: {tail} rule-placed, {verdict}")
+        return
+    reason = why_not(got, at, screen)
+    if where == "prev-edge":
+        reason += ("; end of text: the previous character's right edge"
+                   if now.get("offset") == now.get("count") else
+                   "; no extents at the caret: the previous character's right edge")
+    res.lines.append(f"miss {label}: {reason}; {tail}")
+    res.trace.append(f"{label}: {tail} MISSED ({reason})")
+
+
+def caret_report(c):
+    if not c.tried and not c.no_reference and not c.notes:
+        return []
+    out = [f"  text cursor: {c.tried} positions tried, {c.matched} within {CARET_SLACK} px of "
+           f"the toolkit's caret, {c.rule} placed by the agent's rules ({c.rule_held} where the "
+           f"rule puts them), {c.tried - c.matched - c.rule} missed (reported, not judged)"]
+    if c.latencies:
+        out.append("  latency key -> cursor mark: p50 %.1f ms, p90 %.1f ms, max %.1f ms" %
+                   (statistics.median(c.latencies), percentile(c.latencies, 90),
+                    max(c.latencies)))
+    if c.no_event:
+        out.append(f"  keys the toolkit sent no caret event for: {', '.join(c.no_event)}")
+    if c.no_reference:
+        out.append(f"  no text object with a caret in the reference: {', '.join(c.no_reference)}")
+    out += [f"  NOTE {n}" for n in c.notes]
+    out += [f"  rule [{w}]: {RULES[w]}" for w in RULES if w in c.rules_seen]
+    out += ["  " + line for line in c.lines]
+    return out
+
+
 def report_lines(judge, seconds, screen):
     out = [f"Real applications: focus areas at the visor against the toolkits' own rectangles "
            f"(screen {screen[0]}x{screen[1]}, {seconds:.0f} s in all)", ""]
@@ -205,6 +374,13 @@ def report_lines(judge, seconds, screen):
         if r.skipped:
             out.append(f"{name}: SKIPPED ({r.skipped})")
             out.append("")
+            continue
+        if not r.judged:
+            out.append(f"{name} [{r.toolkit}]: reported")
+            out += caret_report(r.caret)
+            out.append(f"  agent's main loop held > 100 ms: {len(r.stalls)} times"
+                       + (f", longest {max(r.stalls)} ms" if r.stalls else ""))
+            out += [f"  BROKEN: {b}" for b in r.broken] + [""]
             continue
         pct = 100.0 * r.right / r.tried if r.tried else 0.0
         false_total = sum(r.false.values())
@@ -235,8 +411,9 @@ def report_lines(judge, seconds, screen):
             out.append(f"  mismatch {m}")
         for f in r.false_list:
             out.append(f"  false area {f}")
+        out += caret_report(r.caret)
         out.append("")
     met = judge.all_met()
     out.append(f"targets (>= {RIGHT_TARGET:.0f} % right, no false area in between, per "
-               f"application): {'met' if met else 'MISSED'}")
+               f"application; focus walks only): {'met' if met else 'MISSED'}")
     return out

@@ -1,5 +1,6 @@
 """Drives real applications with keys and holds the agent's focus areas against the toolkits'
-own rectangles. Started by run.sh inside the desktop session; see run.sh for what it measures.
+own rectangles, and its text cursor marks against their carets. Started by run.sh inside the
+desktop session; see run.sh for what it measures.
 
     /usr/bin/python3 driver.py BUILD_DIR [--report-only] [--trace] [--out FILE] [--keep DIR]
                                [--shots DIR] [APP...]
@@ -26,6 +27,8 @@ FOCUS_BOUND = 3.0       # bound on the wait for the toolkit to announce a focus 
 QUIET = 0.3             # the toolkit has said nothing for this long: its focus change is over
 SETTLE = 0.3            # then this long for the agent
 STEP_BOUND = 4.0        # bound on one change's announcements
+CARET_BOUND = 1.5       # bound on the wait for the toolkit's caret event after a key
+AWAIT_BOUND = 15.0      # bound on the wait for an application's text (a shell's prompt)
 
 
 class Session:
@@ -110,14 +113,16 @@ class Session:
                             "edge": [d.get("edgeX"), d.get("edgeY")], "source": d.get("source")})
         return out
 
-    def ref_now(self):
-        """The reader's answer to "now": the last focus (or the one found by search) as it is."""
+    def ref_now(self, cmd="now"):
+        """The reader's answer to "now": the last focus (or the one found by search) as it is;
+        to "caret": the focused text object's cursor as it is."""
         before = len(self.ref.lines["out"])
-        self.ref.send("now")
+        self.ref.send(cmd)
+        kind = "now" if cmd == "now" else "caret-now"
         got = []
 
         def answered():
-            got[:] = [d for d in self.ref_records(before) if d.get("kind") == "now"]
+            got[:] = [d for d in self.ref_records(before) if d.get("kind") == kind]
             return bool(got)
         self.pump.wait(answered, PATIENCE)
         return got[0] if got else None
@@ -148,6 +153,8 @@ def process_tree(pid):
 
 def run_app(s, app, judge, log):
     """Starts one application, places its window, plays its steps, stops it."""
+    if not app.judged:
+        judge.reported_only(app.name)
     missing = app.missing()
     if missing:
         log(f"SKIP {app.name}: {missing}")
@@ -237,6 +244,14 @@ def play_step(s, step, judge, app_name, number):
         settle_reference(s, time.monotonic())
         s.ref_seen = len(s.ref.lines["out"])
         return
+    if step.kind in ("caret", "type"):
+        play_caret_step(s, step, judge, app_name, ref_mark)
+        return
+    if step.kind == "await":
+        if not await_caret_line(s, step.arg, AWAIT_BOUND):
+            judge.caret_note(app_name, f"{step.label}: not seen within {AWAIT_BOUND:.0f} s")
+        s.ref_seen = len(s.ref.lines["out"])
+        return
     if step.kind == "move":
         target = s.xs.active_window()
         t_key = time.monotonic()
@@ -262,6 +277,48 @@ def play_step(s, step, judge, app_name, number):
     if s.shots and now and now.get("rect"):
         shoot(s, os.path.join(s.shots, f"{app_name}-{number:02d}.png"), now["rect"],
               final["rect"] if final else None)
+
+
+def await_caret_line(s, pattern, bound):
+    """Asks the reader for the caret's line again after each caret event until it matches."""
+    deadline = time.monotonic() + bound
+    while True:
+        mark = len(s.ref.lines["out"])
+        now = s.ref_now("caret")
+        if now and re.search(pattern, (now.get("line_text") or "").rstrip("\n")):
+            return True
+        left = deadline - time.monotonic()
+        if left <= 0:
+            return False
+        # The events after the answer: those before it are in it.
+        recs = s.ref_records(mark)
+        after = next((i + 1 for i, d in enumerate(recs) if d.get("kind") == "caret-now"),
+                     len(recs))
+        s.pump.wait(lambda: any(d.get("kind") == "caret"
+                                for d in s.ref_records(mark)[after:]), min(left, 1.0))
+
+
+def play_caret_step(s, step, judge, app_name, ref_mark):
+    """A key (or typed text) that moves the text cursor: the toolkit's caret event (bounded: a
+    key that moves nothing, End at the end, sends none), quiet, then the cursor as it is."""
+    t_key = time.monotonic()
+    if step.kind == "type":
+        s.xdo("type", "--delay", "30", step.arg)
+    else:
+        s.xdo("key", step.arg)
+    s.pump.wait(lambda: any(d.get("kind") == "caret" for d in s.ref_records(ref_mark)),
+                CARET_BOUND)
+    settle_reference(s, time.monotonic())
+    now = s.ref_now("caret")
+    t_end = time.monotonic()
+    s.pump.drain()
+    events = [d for d in s.ref_records(ref_mark) if d.get("kind") == "caret"]
+    all_areas = s.areas()
+    step_areas = [a for a in all_areas if t_key < a["t"] <= t_end]
+    before = [a for a in all_areas if a["t"] <= t_key]
+    judge.caret(app_name, step, t_key, events, now, step_areas,
+                before[-1] if before else None, s.screen)
+    s.ref_seen = len(s.ref.lines["out"])
 
 
 def shoot(s, path, due, area):

@@ -15,8 +15,13 @@ Standard output: one JSON line per focus the toolkit announces,
     the cursor there, not the widget.
   - events: object:state-changed:focused with detail1 = 1, and object:active-descendant-changed
     while its container has focus (the descendant is then the focus).
+  - and one JSON line per object:text-caret-moved and text-selection-changed, {"kind": "caret",
+    ...}: the source's fields as above plus where its toolkit has the text cursor (caret_record
+    says which).
 Standard input: "now" answers with the focus as it has settled ({"kind": "now", ...}, the same
-fields plus "focused" and "found"; see settled_focus), its extents read again; "quit" ends.
+fields plus "focused" and "found"; see settled_focus), its extents read again; "caret" answers
+with the text cursor of the focused text object as it is ({"kind": "caret-now", ...}, see
+settled_caret); "quit" ends.
 
 GTK 4 (toolkit "GTK", version 4.x; 4.8 here) does not answer screen coordinates: its numbers are
 relative to the top-level window's widget, which the reader places with what the X server knows.
@@ -54,6 +59,7 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from caretplace import locate, usable  # noqa: E402
 from xwin import XServer  # noqa: E402
 
 WINDOW_ROLES = {"frame", "dialog", "window", "alert", "file chooser", "color chooser",
@@ -62,7 +68,7 @@ CARET_ROLES = {"text", "entry", "password text", "terminal", "paragraph", "docum
                "editbar", "spin button", "combo box"}
 
 xs = XServer()
-last = {"acc": None, "event": None}
+last = {"acc": None, "event": None, "caret_acc": None}
 announced = []   # objects announced since the last "now", oldest first
 seq = [0]
 
@@ -230,6 +236,12 @@ def intersect(a, b):
 
 
 def describe(acc, ev):
+    return placed(acc, ev)[0]
+
+
+def placed(acc, ev):
+    """describe()'s record and the function that places the object's other numbers (its
+    characters' extents) on the screen the same way."""
     t = time.monotonic()
     role = role_of(acc)
     raw = extents(acc)
@@ -268,7 +280,7 @@ def describe(acc, ev):
         "toolkit": f"{tk} {ver}".strip(), "pid": pid, "raw": raw, "rect": rect, "vis": vis,
         "win": win, "winname": name_of(top) if top is not None else "", "conv": how,
         "caret": shows_caret(acc, role), "seq": seq[0],
-    }
+    }, place
 
 
 def search_focus():
@@ -362,6 +374,93 @@ def settled_focus():
     return acc, "last"
 
 
+# --- The text cursor ---
+
+def char_extents(text, offset):
+    try:
+        e = Atspi.Text.get_character_extents(text, offset, Atspi.CoordType.SCREEN)
+        return [e.x, e.y, e.width, e.height]
+    except GLib.Error:
+        return None
+
+
+def text_between(text, start, end):
+    try:
+        return Atspi.Text.get_text(text, start, end)
+    except GLib.Error:
+        return None
+
+
+def text_iface(acc):
+    try:
+        return acc.get_text_iface()
+    except GLib.Error:
+        return None
+
+
+def caret_record(acc, ev):
+    """The object's record (describe()) and where its toolkit has the text cursor: "offset" (the
+    caret offset, which is the moving end of a selection), "count", "sel", the placed extents of
+    the character at the caret ("char") and of the one before ("prev", its text "prev_text"),
+    and "at" {x, y, h}, the cursor's x and the vertical span of its line on the screen, with
+    "where" saying how that was found (caretplace.locate); after a newline, "line_start" is the
+    first character of the line the newline ends."""
+    d, place = placed(acc, ev)
+    d["kind"] = "caret"
+    text = text_iface(acc)
+    d.update({"offset": None, "count": None, "sel": None, "char": None, "prev": None,
+              "prev_text": None, "line_start": None, "at": None, "where": "no-text"})
+    if text is None:
+        return d
+    try:
+        c = Atspi.Text.get_caret_offset(text)
+        n = Atspi.Text.get_character_count(text)
+    except GLib.Error:
+        return d
+    d["offset"], d["count"] = c, n
+    try:
+        if Atspi.Text.get_n_selections(text) > 0:
+            r = Atspi.Text.get_selection(text, 0)
+            d["sel"] = [r.start_offset, r.end_offset]
+    except GLib.Error:
+        pass
+
+    def placed_char(offset):
+        r = char_extents(text, offset)
+        return place(r) if usable(r) else None
+    char = placed_char(c) if c >= 0 else None
+    d["char"] = char
+    if c > 0:
+        d["prev"] = placed_char(c - 1)
+        d["prev_text"] = text_between(text, c - 1, c)
+    try:
+        # For the log: the line the cursor is on, as the toolkit cuts it.
+        r = Atspi.Text.get_string_at_offset(text, max(c, 0), Atspi.TextGranularity.LINE)
+        d["line_text"] = r.content
+    except GLib.Error:
+        d["line_text"] = None
+    d["where"], at = locate(c, n, char, d["prev"], d["prev_text"])
+    if d["where"] == "after-newline":
+        before = text_between(text, 0, c - 1)
+        if before is not None:
+            d["line_start"] = placed_char(before.rfind("\n") + 1)
+    if at is not None:
+        d["at"] = {"x": at[0], "y": at[1], "h": at[2]}
+    return d
+
+
+def settled_caret():
+    """The text object whose cursor a caret step moved: the source of the last caret event when
+    it has the focus, else the settled focus when it has text, else that source anyway."""
+    acc, how = settled_focus()
+    src = last.get("caret_acc")
+    if src is not None and has_state(src, Atspi.StateType.FOCUSED):
+        return src, "caret event"
+    if acc is not None and text_iface(acc) is not None:
+        return acc, how
+    return src, "caret event, not focused"
+
+
 def emit(obj):
     sys.stdout.write(json.dumps(obj) + "\n")
     sys.stdout.flush()
@@ -379,6 +478,11 @@ def on_event(event):
             acc, kind = event.any_data, "active-descendant"
             if not isinstance(acc, Atspi.Accessible):
                 return
+        elif event.type.startswith(("object:text-caret-moved",
+                                    "object:text-selection-changed")):
+            last["caret_acc"] = event.source
+            emit(caret_record(event.source, event.type.split(":")[1]))
+            return
         else:
             return
         last["acc"], last["event"] = acc, kind
@@ -408,6 +512,17 @@ def on_input(source, _cond):
             d["focused"] = has_state(acc, Atspi.StateType.FOCUSED)
             d["found"] = how
             emit(d)
+    elif cmd == "caret":
+        acc, how = settled_caret()
+        announced.clear()
+        if acc is None:
+            emit({"kind": "caret-now", "t": time.monotonic(), "none": True})
+        else:
+            d = caret_record(acc, "now")
+            d["kind"] = "caret-now"
+            d["focused"] = has_state(acc, Atspi.StateType.FOCUSED)
+            d["found"] = how
+            emit(d)
     return True
 
 
@@ -416,6 +531,8 @@ if __name__ == "__main__":
     listener = Atspi.EventListener.new(on_event)
     listener.register("object:state-changed:focused")
     listener.register("object:active-descendant-changed")
+    listener.register("object:text-caret-moved")
+    listener.register("object:text-selection-changed")
     loop = GLib.MainLoop()
     GLib.io_add_watch(GLib.IOChannel.unix_new(0), GLib.IO_IN | GLib.IO_HUP,
                       lambda ch, cond: on_input(sys.stdin, cond))

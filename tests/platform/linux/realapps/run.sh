@@ -4,16 +4,20 @@
 #
 # Usage: tests/platform/linux/realapps/run.sh [OPTIONS] BUILD_DIR [APP...]
 #   BUILD_DIR holds ocuvane-agent and tools/ocuvane-visor/ocuvane-visor (built already).
-#   APP: gtk3-widget-factory, gtk4-widget-factory, qt5-gallery, firefox-esr, xfce4-terminal,
-#        mousepad (or the part before the first '-'); default all.
+#   APP: a focus walk: gtk3-widget-factory, gtk4-widget-factory, qt5-gallery, firefox-esr,
+#        xfce4-terminal, mousepad; a text-cursor walk: the same names with -caret
+#        (gtk3-widget-factory-caret...); the part of a name before its first '-' (gtk3, qt5,
+#        firefox, xfce4, mousepad...) for both walks of that program; "focus" or "caret" for
+#        every walk of that kind. Default: all, each program's focus walk first.
 #   --report-only  exit 0 whatever the figures (to see them when a target is missed)
 #   --keep DIR     keep the logs (agent, visor, reference, applications) and report in DIR
 #   --trace        print every step's outcome as it goes (also written to DIR/APP.steps)
 #   --shots DIR    a screenshot per change in DIR: the reference rectangle outlined in red, the
 #                  agent's final area in blue (how the GTK 4 placement was checked by eye)
-# Exit status: 0 when every application that ran met the targets (at least 98 % of focus
+# Exit status: 0 when every focus walk that ran met the targets (at least 98 % of focus
 # changes with the right final area, no false area in between, the area right after every
-# window move), 1 when one missed, 2 for bad usage or a missing build.
+# window move), 1 when one missed, 2 for bad usage or a missing build. The text-cursor walks
+# are reported (positions at the caret, rule-placed, missed, each with its reason), not judged.
 #
 # Packages it needs (it installs nothing; a missing application is SKIPPED with a line that
 # names its package): xdotool, x11-utils, python3-gi, gir1.2-atspi-2.0, gir1.2-gtk-3.0 (for
@@ -44,7 +48,26 @@
 # final one (stale); every other area in between (the toolkit's own intermediate focuses) passes.
 # Latency runs from the driver's key press (before xdotool starts, so a few ms
 # of process start are in it) to the arrival at the visor of the final area (the first of the
-# identical areas that close the change). The judging itself is tested without a desktop:
+# identical areas that close the change).
+#
+# Text-cursor walks (the -caret entries, each program started afresh; apps.py's "caret" and
+# "type" steps): keys and typed text that move the cursor in an entry, a text view, a terminal,
+# a web page's input, text area and editable paragraph. The reference also listens to
+# object:text-caret-moved and text-selection-changed; after each key it waits (bounded) for one,
+# then for quiet as above, then reads the focused text object's caret offset (the moving end of
+# a selection), character count and the toolkit's character extents at the caret, placed on the
+# screen as the focus rectangles are. The toolkit's caret is the left edge of the character at
+# the caret; at the end of the text (or with no extents there) the right edge of the one before.
+# Judged: the last area before the next key must be a cursor mark (at most 2 px wide) within
+# 2 px of that x, overlapping that character's line. Positions off the caret that the agent
+# places by a rule of its own are counted apart, each checked against the rule: after a newline
+# at the end of the text
+# (the mark at the start of the line before the insertion line), an empty field (4 px inside
+# the left edge, the mark's bottom 20 px below the top edge, in the agent's bottom-left space),
+# and a toolkit that answers no character extents (GTK 4.8, Qt's password field: the mark must
+# lie inside the field). Every other position off the caret is a miss, reported with why (x off
+# by N px, not on the caret's line, not a cursor mark). The judging itself is tested without a
+# desktop:
 #   /usr/bin/python3 -m unittest tests/platform/linux/realapps/test_compare.py
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

@@ -6,8 +6,10 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from apps import K, M  # noqa: E402
-from compare import Judge, to_agent  # noqa: E402
+import apps  # noqa: E402
+from apps import C, K, M  # noqa: E402
+from caretplace import locate, usable  # noqa: E402
+from compare import Judge, report_lines, to_agent  # noqa: E402
 
 SCREEN = (1000, 800)
 WIN = [100, 100, 600, 400]
@@ -82,6 +84,136 @@ class JudgeTest(unittest.TestCase):
         self.j.step("app", K("Tab"), 10.0, [], ev, [], None, SCREEN)
         r = self.j.apps["app"]
         self.assertEqual((r.tried, r.no_change), (0, ["Tab"]))
+
+
+FIELD = [100, 200, 300, 30]     # a text field on the screen
+
+
+def caret(where, at=None, offset=3, count=5, line_start=None):
+    """The reader's answer for a caret step; `at` is (x, y, h) on the screen."""
+    return {"kind": "caret-now", "rect": FIELD, "vis": FIELD, "role": "text", "name": "f",
+            "toolkit": "T 1", "offset": offset, "count": count, "sel": None, "where": where,
+            "at": None if at is None else {"x": at[0], "y": at[1], "h": at[2]},
+            "line_start": line_start}
+
+
+def mark(x, y, w=1, h=17):
+    return [x, y, w, h]
+
+
+class CaretJudgeTest(unittest.TestCase):
+    def setUp(self):
+        self.j = Judge()
+
+    def caret(self, ref, got, events=1):
+        areas = [area(got, 10.05)] if got else []
+        self.j.caret("app", C("Right"), 10.0, [{"kind": "caret"}] * events, ref, areas, None,
+                     SCREEN)
+        return self.j.apps["app"].caret
+
+    def test_mark_within_two_px_of_the_caret_on_its_line(self):
+        c = self.caret(caret("char", (150, 205, 17)), mark(152, 206))
+        self.assertEqual((c.tried, c.matched), (1, 1))
+        self.assertAlmostEqual(c.latencies[0], 50.0, places=3)
+        c = self.caret(caret("char", (150, 205, 17)), mark(153, 206))
+        self.assertIn("x off by +3 px", c.lines[-1])
+        c = self.caret(caret("char", (150, 205, 17)), mark(150, 223))    # the line below
+        self.assertIn("not on the caret's line", c.lines[-1])
+        c = self.caret(caret("char", (150, 205, 17)), mark(150, 205, w=3))
+        self.assertIn("not a cursor mark (3x17)", c.lines[-1])
+        self.assertEqual((c.tried, c.matched, c.rule), (4, 1, 0))
+
+    def test_a_miss_at_the_end_of_the_text_says_the_previous_character_gave_the_caret(self):
+        c = self.caret(caret("prev-edge", (180, 205, 17), offset=5, count=5), FIELD)
+        self.assertIn("end of text: the previous character's right edge", c.lines[-1])
+        self.assertEqual(c.matched, 0)
+
+    def test_rule_placed_positions_are_counted_apart_and_checked_against_the_rule(self):
+        # Empty: the agent's arithmetic in its own space, 4 px in, bottom 20 px below the top.
+        f = to_agent(FIELD, SCREEN)
+        empty_mark = [f[0] + 4, f[1] + f[3] - 20, 1, 17]
+        on_screen = [empty_mark[0], SCREEN[1] - empty_mark[1] - 17, 1, 17]
+        c = self.caret(caret("empty", (108, 205, 17), offset=0, count=0), on_screen)
+        self.assertEqual((c.matched, c.rule, c.rule_held), (0, 1, 1))
+        # After a newline: the start of the line the newline ends, one line above the caret.
+        ls = [104, 205, 8, 17]
+        c = self.caret(caret("after-newline", (104, 222, 17), line_start=ls), mark(104, 205))
+        self.assertEqual((c.matched, c.rule, c.rule_held), (0, 2, 2))
+        c = self.caret(caret("after-newline", None, line_start=ls), mark(104, 222))
+        self.assertEqual((c.rule, c.rule_held), (3, 2))
+        self.assertIn("NOT where the rule puts it", c.lines[-1])
+        # No extents at all: a mark inside the field holds, one outside or the field does not.
+        c = self.caret(caret("no-extents"), mark(104, 205))
+        c = self.caret(caret("no-extents"), mark(90, 205))
+        c = self.caret(caret("no-extents"), FIELD)
+        self.assertEqual((c.tried, c.matched, c.rule, c.rule_held), (6, 0, 6, 3))
+
+    def test_a_rule_case_at_the_toolkits_caret_counts_as_matched(self):
+        c = self.caret(caret("after-newline", (104, 222, 17), line_start=[104, 205, 8, 17]),
+                       mark(104, 222))
+        self.assertEqual((c.matched, c.rule), (1, 0))
+
+    def test_no_text_object_and_no_caret_event_are_reported_not_tried(self):
+        c = self.caret({"kind": "caret-now", "none": True}, mark(1, 1), events=0)
+        self.assertEqual((c.tried, c.no_reference, c.no_event), (0, ["Right"], ["Right"]))
+
+    def test_caret_walks_are_reported_and_never_fail_the_run(self):
+        self.j.reported_only("app")
+        self.caret(caret("char", (150, 205, 17)), FIELD)
+        self.assertTrue(self.j.all_met())
+        text = "\n".join(report_lines(self.j, 1.0, SCREEN))
+        self.assertIn("1 positions tried, 0 within 2 px", text)
+        self.assertIn("1 missed", text)
+
+
+class CaretPlaceTest(unittest.TestCase):
+    """The reference's reading of the toolkit's character extents."""
+    A, B = [10, 50, 8, 17], [18, 50, 7, 17]    # two characters side by side
+
+    def test_the_character_at_the_caret_else_the_right_edge_of_the_one_before(self):
+        self.assertEqual(locate(1, 2, self.B, self.A, "a"), ("char", [18, 50, 17]))
+        self.assertEqual(locate(2, 2, None, self.B, "b"), ("prev-edge", [25, 50, 17]))
+        # The toolkit's own answer at the end of the text is not taken: some answer the last
+        # character's rectangle there.
+        self.assertEqual(locate(2, 2, self.B, self.B, "b"), ("prev-edge", [25, 50, 17]))
+        self.assertEqual(locate(1, 2, None, self.A, "a"), ("prev-edge", [18, 50, 17]))
+
+    def test_after_a_newline_the_character_before_does_not_tell(self):
+        nl = [25, 50, 0, 17]
+        self.assertEqual(locate(3, 3, [10, 67, 0, 17], nl, "\n"),
+                         ("after-newline", [10, 67, 17]))
+        self.assertEqual(locate(3, 3, None, nl, "\n"), ("after-newline", None))
+        # A line that goes on after the newline has its own character.
+        self.assertEqual(locate(3, 4, [10, 67, 8, 17], nl, "\n"), ("char", [10, 67, 17]))
+
+    def test_empty_fields_and_toolkits_without_extents(self):
+        self.assertEqual(locate(0, 0, [12, 50, 0, 17], None, None), ("empty", [12, 50, 17]))
+        self.assertEqual(locate(0, 0, None, None, None), ("empty", None))
+        self.assertEqual(locate(0, 5, None, None, None), ("no-extents", None))
+        self.assertEqual(locate(5, 5, None, None, "x"), ("no-extents", None))
+
+    def test_unusable_rectangles(self):
+        self.assertFalse(usable(None))
+        self.assertFalse(usable([-1, -1, 0, 0]))
+        self.assertFalse(usable([-1, -1, 5, 17]))
+        self.assertFalse(usable([0, 0, 0, 0]))
+        self.assertTrue(usable([30, 40, 0, 17]))     # a cursor-wide answer at the caret
+
+
+class SelectTest(unittest.TestCase):
+    def names(self, *args):
+        got = apps.select(list(args))
+        return None if got is None else [a.name for a in got]
+
+    def test_short_names_take_both_walks_and_kinds_take_every_walk_of_theirs(self):
+        self.assertEqual(self.names("gtk3"), ["gtk3-widget-factory", "gtk3-widget-factory-caret"])
+        self.assertEqual(self.names("mousepad"), ["mousepad", "mousepad-caret"])
+        self.assertEqual(self.names("qt5-gallery-caret"), ["qt5-gallery-caret"])
+        self.assertEqual(self.names("caret", "gtk3-widget-factory-caret"),
+                         [a.name for a in apps.CARET_WALKS])
+        self.assertTrue(all(a.judged for a in apps.select(["focus"])))
+        self.assertFalse(any(a.judged for a in apps.select(["caret"])))
+        self.assertIsNone(self.names("gtk5"))
 
 
 if __name__ == "__main__":
