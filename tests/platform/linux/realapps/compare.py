@@ -71,6 +71,7 @@ class AppResult:
         self.tried = 0
         self.right = 0
         self.right_visible = 0     # right only as the part its scrolled container shows
+        self.right_no_caret = 0    # a page without a caret, which gets no area by rule
         self.moves = 0
         self.moves_right = 0
         self.latencies = []
@@ -171,6 +172,9 @@ class Judge:
             how = "right"
         elif close(got, visible):
             how = "visible"
+        elif ref.get("pagecaret") is False and got is not None and not any(got):
+            # A page with focus but no caret: the web area tracker's rule is no area at all.
+            how = "no caret"
         if is_move:
             res.moves += 1
             res.moves_right += how is not None
@@ -178,6 +182,7 @@ class Judge:
             res.tried += 1
             res.right += how is not None
             res.right_visible += how == "visible"
+            res.right_no_caret += how == "no caret"
         if how is not None and areas:
             # To the first of the identical areas that close the change (repeats come later).
             first = len(areas) - 1
@@ -388,7 +393,9 @@ def report_lines(judge, seconds, screen):
         out.append(f"{name} [{r.toolkit}]: {verdict}")
         out.append(f"  focus changes tried {r.tried}, final area right {r.right} ({pct:.1f} %)"
                    + (f", {r.right_visible} of them as the visible part" if r.right_visible
-                      else ""))
+                      else "")
+                   + (f", {r.right_no_caret} of them a page without a caret (no area, by the "
+                      "web area tracker's rule)" if r.right_no_caret else ""))
         out.append(f"  false areas in between: {false_total} (all-zero {r.false['all-zero']}, "
                    f"window {r.false['window']}, stale {r.false['stale']})")
         if r.latencies:

@@ -136,6 +136,18 @@ def has_state(acc, state):
         return False
 
 
+def page_caret(acc, role):
+    """For a page (document) with focus: whether it has a caret (caret browsing, a click in its
+    text); None for anything else."""
+    if role not in ("document web", "document frame"):
+        return None
+    try:
+        text = acc.get_text_iface()
+        return text is not None and text.get_caret_offset() >= 0
+    except Exception:
+        return None
+
+
 def shows_caret(acc, role):
     # Non-editable text (a label taking focus) has no cursor to follow; a terminal has one.
     return role == "terminal" or (role in CARET_ROLES and
@@ -279,7 +291,7 @@ def placed(acc, ev):
         "kind": "focus", "t": t, "ev": ev, "role": role, "name": name_of(acc),
         "toolkit": f"{tk} {ver}".strip(), "pid": pid, "raw": raw, "rect": rect, "vis": vis,
         "win": win, "winname": name_of(top) if top is not None else "", "conv": how,
-        "caret": shows_caret(acc, role), "seq": seq[0],
+        "caret": shows_caret(acc, role), "pagecaret": page_caret(acc, role), "seq": seq[0],
     }, place
 
 

@@ -61,6 +61,15 @@ class JudgeTest(unittest.TestCase):
         r = self.change([10, 20, 300, 40], [area([5, 25, 1, 17], 10.02)], caret=True)
         self.assertEqual((r.tried, r.right, len(r.mismatches)), (2, 1, 1))
 
+    def test_a_page_without_a_caret_gets_no_area_and_one_with_a_caret_gets_it(self):
+        page = [10, 20, 300, 400]
+        for caret, areas, right in [(False, [ZERO], 1), (False, [area(page, 10.02)], 2),
+                                    (True, [ZERO], 2)]:
+            ev = dict(focus(page, role="document web"), pagecaret=caret)
+            self.j.step("app", K("F6"), 10.0, [ev], ev, areas, None, SCREEN)
+            self.assertEqual(self.j.apps["app"].right, right, (caret, areas))
+        self.assertEqual(self.j.apps["app"].right_no_caret, 1)
+
     def test_false_areas_in_between_by_kind(self):
         self.change([10, 20, 30, 40], [area([10, 20, 30, 40], 10.01)])
         self.change([60, 20, 30, 40], [area([60, 20, 30, 40], 10.01)])
