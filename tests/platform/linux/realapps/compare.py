@@ -230,6 +230,7 @@ RULES = {
              "the top edge",
     "no-extents": "the toolkit answered no character extents: the agent's mark near the field's "
                   "edge, which must lie inside the field",
+    "secret": "a password field: the agent follows the whole field, never a cursor in it",
 }
 
 
@@ -295,6 +296,8 @@ def rule_holds(where, ref, got, screen):
     mark, inside_only = rule_mark(where, ref, screen)
     if mark is None:
         return False, "the reference has no rectangle for the field"
+    if where == "secret":
+        return (True, "") if close(got, mark) else (False, f"not the field {fmt(mark)}")
     if not cursor_like(got):
         return False, why_not(got, None, screen)
     if inside_only:
@@ -317,6 +320,8 @@ def judge_caret(res, label, t_key, events, now, areas, prev_area, screen):
     final = areas[-1] if areas else prev_area
     got = final["rect"] if final else None
     where, at = now["where"], now.get("at")
+    if now.get("role") == "password text":
+        where, at = "secret", None
     res.tried += 1
     pos = (f"offset {now.get('offset')} of {now.get('count')}"
            + (f", selection {now['sel'][0]}-{now['sel'][1]}"

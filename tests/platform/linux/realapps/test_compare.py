@@ -162,6 +162,13 @@ class CaretJudgeTest(unittest.TestCase):
                        mark(104, 222))
         self.assertEqual((c.matched, c.rule), (1, 0))
 
+    def test_a_password_field_is_followed_whole_never_by_a_cursor(self):
+        secret = dict(caret("no-extents"), role="password text")
+        c = self.caret(secret, FIELD)
+        self.assertEqual((c.tried, c.rule, c.rule_held), (1, 1, 1))
+        c = self.caret(secret, mark(FIELD[0] + 4, FIELD[1] + 3))
+        self.assertEqual((c.tried, c.rule, c.rule_held), (2, 2, 1))
+
     def test_no_text_object_and_no_caret_event_are_reported_not_tried(self):
         c = self.caret({"kind": "caret-now", "none": True}, mark(1, 1), events=0)
         self.assertEqual((c.tried, c.no_reference, c.no_event), (0, ["Right"], ["Right"]))
