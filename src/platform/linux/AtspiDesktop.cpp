@@ -397,13 +397,20 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
         if (geometryChanged) geometryChanged(bus);
     } else if (geometryChanged &&
                (kind == EventKind::WindowActivate || kind == EventKind::ActiveState ||
-                kind == EventKind::WindowDeactivate ||
-                kind == EventKind::WindowCreate || kind == EventKind::Defunct)) {
+                kind == EventKind::WindowDeactivate || kind == EventKind::WindowCreate ||
+                kind == EventKind::Defunct)) {
         geometryChanged(busNameOf(event->source));
     }
     Pending ev{kind, AtspiElement::make(event->source), AtspiElement::make(other)};
     if (kind == EventKind::SelectedText && std::strcmp(event->type, "object:text-caret-moved") == 0)
         ev.detail = event->detail1;
+    if (kind == EventKind::ValueChanged &&
+        std::strncmp(event->type, "object:text-changed", 19) == 0) {
+        // Counted as it arrives: a read between its arrival and its batch must not be answered
+        // from before the change.
+        if (textChanges_.size() >= 1024) textChanges_.clear(), ++textEpoch_;
+        ++textChanges_[busNameOf(event->source) + pathOf(event->source)];
+    }
     if (!takenInAtOnce(ev)) queue(std::move(ev));
 }
 
@@ -473,8 +480,7 @@ bool AtspiDesktop::takenInAtOnce(const Pending& ev) {
         case EventKind::Focused:
             // A repeat after the object's own focus-out is checked with the application, which
             // cannot be asked from here.
-            return app != apps_.end() && app->second.focusLive &&
-                   repeatedFocusIn(app->second, ev);
+            return app != apps_.end() && app->second.focusLive && repeatedFocusIn(app->second, ev);
         default:
             return false;
     }
@@ -482,6 +488,7 @@ bool AtspiDesktop::takenInAtOnce(const Pending& ev) {
 
 void AtspiDesktop::flush() {
     flushScheduled_ = false;
+    ++flushSerial_;
     std::vector<Pending> batch;
     batch.swap(pending_);
     // Events libatspi dispatches inside the calls made from here wait for the next batch.

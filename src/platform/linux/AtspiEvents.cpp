@@ -229,7 +229,7 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
             notify(bus, "AXValueChanged", ev.source, out);
             return;
         case EventKind::SelectedText:
-            if (ev.detail >= 0) lastCaret_[bus] = TextCaret{ev.source, ev.detail};
+            if (ev.detail >= 0) lastCaret_[bus] = TextCaret{ev.source, ev.detail, flushSerial_};
             notify(bus, "AXSelectedTextChanged", ev.source, out);
             notifyHolders(bus, ev.source, out);
             return;
@@ -248,6 +248,21 @@ void AtspiDesktop::process(Pending& ev, std::vector<Delivery>& out) {
 const AtspiDesktop::TextCaret* AtspiDesktop::lastCaret(const std::string& bus) const {
     auto it = lastCaret_.find(bus);
     return it == lastCaret_.end() ? nullptr : &it->second;
+}
+
+int AtspiDesktop::caretBeingTold(AtspiAccessible* acc) const {
+    if (!flushing_ || !acc) return -1;
+    auto it = lastCaret_.find(busNameOf(acc));
+    if (it == lastCaret_.end() || it->second.batch != flushSerial_ || !it->second.object ||
+        !it->second.object->isSame(it->first, pathOf(acc)))
+        return -1;
+    return it->second.offset;
+}
+
+std::optional<uint64_t> AtspiDesktop::textGeneration(AtspiAccessible* acc) const {
+    if (!registeredTypes_.count("object:text-changed")) return std::nullopt;
+    auto it = textChanges_.find(busNameOf(acc) + pathOf(acc));
+    return (textEpoch_ << 32) + (it == textChanges_.end() ? 0 : it->second);
 }
 
 void AtspiDesktop::notifyHolders(const std::string& bus, const AtspiElementRef& source,

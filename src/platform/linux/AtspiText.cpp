@@ -58,13 +58,32 @@ AXError AtspiAccessibility::readText(AtspiAccessible* acc, const std::string& at
                                               : kAXErrorAttributeUnsupported;
     Err err;
     if (attribute == "AXNumberOfCharacters") {
+        // Kept until the object says its text changed: a cursor move asks for it every time.
+        const std::optional<uint64_t> generation = desktop_->textGeneration(acc);
+        const std::string key = busNameOf(acc) + pathOf(acc);
+        if (generation) {
+            auto kept = charCounts_.find(key);
+            if (kept != charCounts_.end() && kept->second.first == *generation) {
+                *out = AXValue(kept->second.second);
+                return kAXErrorSuccess;
+            }
+        }
         const int n = atspi_text_get_character_count(text.p, &err);
         if (n < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+        if (generation) {
+            if (charCounts_.size() >= 256) charCounts_.clear();
+            charCounts_[key] = {*generation, n};
+        }
         *out = AXValue(n);
         return kAXErrorSuccess;
     }
+    // The caret's offset comes with the event being delivered; else it is asked for.
+    auto caretOffset = [&] {
+        const int told = desktop_->caretBeingTold(acc);
+        return told >= 0 ? told : atspi_text_get_caret_offset(text.p, &err);
+    };
     if (attribute == "AXInsertionPointLineNumber") {
-        const int caret = atspi_text_get_caret_offset(text.p, &err);
+        const int caret = caretOffset();
         if (caret < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
         GStr before{atspi_text_get_text(text.p, 0, caret, &err)};
         if (err.e || !before.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
@@ -84,7 +103,7 @@ AXError AtspiAccessibility::readText(AtspiAccessible* acc, const std::string& at
                       std::abs(r->end_offset - r->start_offset)};
         g_free(r);
     } else {
-        const int caret = atspi_text_get_caret_offset(text.p, &err);
+        const int caret = caretOffset();
         if (caret < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
         range = Range{caret, 0};
     }
