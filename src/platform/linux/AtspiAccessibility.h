@@ -104,8 +104,6 @@ class AtspiAccessibility final : public AccessibilityAPI {
     std::unordered_map<std::string, double> lostAt_;
     // The objects that text markers name, by bus name and path: a marker holds only those.
     std::unordered_map<std::string, AtspiElementRef> markerObjects_;
-    // Character counts by bus name and path, with the text generation they were read in.
-    std::unordered_map<std::string, std::pair<uint64_t, int>> charCounts_;
 };
 
 }  // namespace orv::linuxdesk

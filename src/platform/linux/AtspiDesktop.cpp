@@ -404,13 +404,6 @@ void AtspiDesktop::onEvent(const AtspiEvent* event) {
     Pending ev{kind, AtspiElement::make(event->source), AtspiElement::make(other)};
     if (kind == EventKind::SelectedText && std::strcmp(event->type, "object:text-caret-moved") == 0)
         ev.detail = event->detail1;
-    if (kind == EventKind::ValueChanged &&
-        std::strncmp(event->type, "object:text-changed", 19) == 0) {
-        // Counted as it arrives: a read between its arrival and its batch must not be answered
-        // from before the change.
-        if (textChanges_.size() >= 1024) textChanges_.clear(), ++textEpoch_;
-        ++textChanges_[busNameOf(event->source) + pathOf(event->source)];
-    }
     if (!takenInAtOnce(ev)) queue(std::move(ev));
 }
 

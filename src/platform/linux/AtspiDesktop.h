@@ -200,9 +200,6 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // The caret offset of `acc` as the event being delivered now told it (it comes with the
     // event), or -1: outside a delivery, or when the event was about another object.
     int caretBeingTold(AtspiAccessible* acc) const;
-    // A number that changes whenever `acc` says its text changed; nothing while text changes are
-    // not listened to (then no answer may be kept).
-    std::optional<uint64_t> textGeneration(AtspiAccessible* acc) const;
     // Whether `within` is `acc` or one of its ancestors.
     bool isWithin(AtspiAccessible* acc, const AtspiElement& within);
 
@@ -274,9 +271,6 @@ class AtspiDesktop : public std::enable_shared_from_this<AtspiDesktop> {
     // By bus name.
     std::unordered_map<std::string, TextCaret> lastCaret_;
     uint64_t flushSerial_ = 0;
-    // Text changes heard, by bus name and path; bounded.
-    std::unordered_map<std::string, uint64_t> textChanges_;
-    uint64_t textEpoch_ = 0;  // moves on when textChanges_ is emptied
     std::vector<Pending> pending_;
     bool flushScheduled_ = false;
     bool flushing_ = false;  // a batch is being handled or delivered

@@ -259,12 +259,6 @@ int AtspiDesktop::caretBeingTold(AtspiAccessible* acc) const {
     return it->second.offset;
 }
 
-std::optional<uint64_t> AtspiDesktop::textGeneration(AtspiAccessible* acc) const {
-    if (!registeredTypes_.count("object:text-changed")) return std::nullopt;
-    auto it = textChanges_.find(busNameOf(acc) + pathOf(acc));
-    return (textEpoch_ << 32) + (it == textChanges_.end() ? 0 : it->second);
-}
-
 void AtspiDesktop::notifyHolders(const std::string& bus, const AtspiElementRef& source,
                                  std::vector<Delivery>& out) {
     static const std::string kNotification = "AXSelectedTextChanged";

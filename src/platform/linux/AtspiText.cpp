@@ -58,22 +58,8 @@ AXError AtspiAccessibility::readText(AtspiAccessible* acc, const std::string& at
                                               : kAXErrorAttributeUnsupported;
     Err err;
     if (attribute == "AXNumberOfCharacters") {
-        // Kept until the object says its text changed: a cursor move asks for it every time.
-        const std::optional<uint64_t> generation = desktop_->textGeneration(acc);
-        const std::string key = busNameOf(acc) + pathOf(acc);
-        if (generation) {
-            auto kept = charCounts_.find(key);
-            if (kept != charCounts_.end() && kept->second.first == *generation) {
-                *out = AXValue(kept->second.second);
-                return kAXErrorSuccess;
-            }
-        }
         const int n = atspi_text_get_character_count(text.p, &err);
         if (n < 0 || err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
-        if (generation) {
-            if (charCounts_.size() >= 256) charCounts_.clear();
-            charCounts_[key] = {*generation, n};
-        }
         *out = AXValue(n);
         return kAXErrorSuccess;
     }
