@@ -165,20 +165,7 @@ class Cursor {
     // key=value for a user default: the value a "string" with the tree form's escapes, or a bare
     // word as written.
     bool setting(std::string* key, std::string* out, std::string* error) {
-        skip();
-        size_t start = i_;
-        while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
-        if (i_ == start || i_ >= s_.size() || s_[i_] != '=') {
-            i_ = start;
-            *error = "expected a default as KEY=VALUE, found " + quoted(peekWord());
-            return false;
-        }
-        *key = std::string(s_.substr(start, i_ - start));
-        ++i_;
-        if (i_ >= s_.size() || isBlank(s_[i_])) {
-            *error = "missing value after " + quoted(*key + "=");
-            return false;
-        }
+        if (!keyAndEquals(key, "a default as KEY=VALUE", error)) return false;
         if (s_[i_] != '"') {
             *out = peekWordAt(i_);
             i_ += out->size();
@@ -192,12 +179,18 @@ class Cursor {
 
     // key=value, the value as in the tree form.
     bool attribute(std::string* key, TreeValue* v, std::string* error) {
+        if (!keyAndEquals(key, "attribute as key=value", error)) return false;
+        return value(v, error, true);
+    }
+
+    // "key=" with a value after it; `expected` names what was looked for when there is none.
+    bool keyAndEquals(std::string* key, const char* expected, std::string* error) {
         skip();
         size_t start = i_;
         while (i_ < s_.size() && isNameChar(s_[i_])) ++i_;
         if (i_ == start || i_ >= s_.size() || s_[i_] != '=') {
             i_ = start;
-            *error = "expected attribute as key=value, found " + quoted(peekWord());
+            *error = std::string("expected ") + expected + ", found " + quoted(peekWord());
             return false;
         }
         *key = std::string(s_.substr(start, i_ - start));
@@ -206,7 +199,7 @@ class Cursor {
             *error = "missing value after " + quoted(*key + "=");
             return false;
         }
-        return value(v, error, true);
+        return true;
     }
 
   private:
