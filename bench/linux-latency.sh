@@ -35,31 +35,8 @@ fi
 work=${ORV_BENCH_KEEP:-$(mktemp -d /tmp/orv-bench.XXXXXX)}
 mkdir -p "$work"
 pids=()
-cleanup() {
-    local p
-    for p in "${pids[@]}"; do kill -CONT "$p" 2>/dev/null || true; kill -TERM "$p" 2>/dev/null || true; done
-    for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
-    [ -n "${ORV_BENCH_KEEP:-}" ] || rm -rf "$work"
-}
+source "$root/bench/follower-lib.sh"
 trap cleanup EXIT
-
-# Waits until FILE has a line matching PATTERN (bounded).
-await() {
-    local file=$1 pattern=$2 n=0
-    until grep -q -- "$pattern" "$file" 2>/dev/null; do
-        n=$((n + 1))
-        if [ $n -gt 200 ]; then echo "timed out waiting for '$pattern' in $file" >&2; exit 1; fi
-        sleep 0.05
-    done
-}
-
-# CPU of a process and its threads: "ticks nanoseconds".
-cpu() {
-    local pid=$1 ticks ns=0 f
-    ticks=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
-    for f in /proc/"$pid"/task/*/schedstat; do ns=$((ns + $(cut -d' ' -f1 "$f"))); done
-    echo "$ticks $ns"
-}
 
 mkfifo "$work/app.in"
 "$build/tests/orv-gtk-testapp" --report <"$work/app.in" >"$work/app.out" 2>"$work/app.err" &
@@ -152,27 +129,11 @@ run() {
     ' "$work/$tag.focus" "$sink" >"$work/$tag.counts"
     local nf missed nd
     read -r nf missed nd <"$work/$tag.counts"
-    sort -n "$work/$tag.lat" -o "$work/$tag.lat"
-    # Nearest-rank percentiles of the matched changes.
+    # Nearest-rank percentiles of the matched ones.
     local p50 p90 p99
-    read -r p50 p90 p99 < <(awk '{ v[NR] = $1 } END {
-        for (q = 1; q <= 3; q++) {
-            split("50 90 99", qs, " "); r = int(qs[q] / 100 * NR + 0.999999); if (r < 1) r = 1
-            printf "%s ", v[r]
-        }
-        print "" }' "$work/$tag.lat")
-    awk -v name="$name" -v nf="$nf" -v missed="$missed" -v nd="$nd" -v p50="$p50" \
-        -v p90="$p90" -v p99="$p99" -v hz="$hz" -v cpu0="$before" -v cpu1="$after" \
-        -v t0="$t0" -v t1="$t1" -v idle0="$idle0" -v idle1="$idle1" -v idles="$idle" 'BEGIN {
-        split(cpu0, a); split(cpu1, b); split(idle0, c); split(idle1, d)
-        # Idle share of the measured span, in seconds of CPU, by either clock.
-        span = t1 - t0
-        idleTicks = (d[1] - c[1]) / hz / idles * span
-        idleNs = (d[2] - c[2]) / 1e9 / idles * span
-        printf "%s %d %d %d %d %s %s %s %.0f %.0f %.3f %.0f\n", name, nf, nf - missed, missed, nd,
-            p50, p90, p99, ((b[1] - a[1]) / hz - idleTicks) * 1e6 / nf,
-            ((b[2] - a[2]) / 1e9 - idleNs) * 1e6 / nf, (d[2] - c[2]) / 1e9 / idles * 100,
-            (b[2] - a[2]) / 1000 / nf }' >>"$work/results"
+    read -r p50 p90 p99 < <(percentiles "$work/$tag.lat")
+    append_result "$name" "$nf" "$missed" "$nd" "$p50" "$p90" "$p99" "$before" "$after" "$t0" \
+        "$t1" "$idle0" "$idle1"
 }
 
 : >"$work/results"

@@ -1,0 +1,56 @@
+# Shared by bench/linux-latency.sh and bench/linux-caret.sh (sourced; not run on its own). Both
+# set `work`, `pids`, `hz` and `idle` before calling these.
+
+cleanup() {
+    local p
+    for p in "${pids[@]}"; do kill -CONT "$p" 2>/dev/null || true; kill -TERM "$p" 2>/dev/null || true; done
+    for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
+    [ -n "${ORV_BENCH_KEEP:-}" ] || rm -rf "$work"
+}
+
+# Waits until FILE has a line matching PATTERN (bounded).
+await() {
+    local file=$1 pattern=$2 n=0
+    until grep -q -- "$pattern" "$file" 2>/dev/null; do
+        n=$((n + 1))
+        if [ $n -gt 200 ]; then echo "timed out waiting for '$pattern' in $file" >&2; exit 1; fi
+        sleep 0.05
+    done
+}
+
+# CPU of a process and its threads: "ticks nanoseconds".
+cpu() {
+    local pid=$1 ticks ns=0 f
+    ticks=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
+    for f in /proc/"$pid"/task/*/schedstat; do ns=$((ns + $(cut -d' ' -f1 "$f"))); done
+    echo "$ticks $ns"
+}
+
+# Sorts the latencies in FILE (ms, one a line) and prints their nearest-rank p50 p90 p99.
+percentiles() {
+    sort -n "$1" -o "$1"
+    awk '{ v[NR] = $1 } END {
+        for (q = 1; q <= 3; q++) {
+            split("50 90 99", qs, " "); r = int(qs[q] / 100 * NR + 0.999999); if (r < 1) r = 1
+            printf "%s ", v[r] + 0
+        }
+        print "" }' "$1"
+}
+
+# One follower's line of $work/results:
+#   NAME EVENTS MISSED DATAGRAMS P50 P90 P99 CPU0 CPU1 T0 T1 IDLE0 IDLE1
+# CPUn and IDLEn are `cpu` answers ("ticks ns") around the events and around the steady span.
+append_result() {
+    awk -v name="$1" -v n="$2" -v missed="$3" -v nd="$4" -v p50="$5" -v p90="$6" -v p99="$7" \
+        -v cpu0="$8" -v cpu1="$9" -v t0="${10}" -v t1="${11}" -v idle0="${12}" -v idle1="${13}" \
+        -v hz="$hz" -v idles="$idle" 'BEGIN {
+        split(cpu0, a); split(cpu1, b); split(idle0, c); split(idle1, d)
+        # Idle share of the measured span, in seconds of CPU, by either clock.
+        span = t1 - t0
+        idleTicks = (d[1] - c[1]) / hz / idles * span
+        idleNs = (d[2] - c[2]) / 1e9 / idles * span
+        printf "%s %d %d %d %d %s %s %s %.0f %.0f %.3f %.0f\n", name, n, n - missed, missed, nd,
+            p50, p90, p99, ((b[1] - a[1]) / hz - idleTicks) * 1e6 / n,
+            ((b[2] - a[2]) / 1e9 - idleNs) * 1e6 / n, (d[2] - c[2]) / 1e9 / idles * 100,
+            (b[2] - a[2]) / 1000 / n }' >>"$work/results"
+}
