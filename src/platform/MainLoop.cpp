@@ -48,6 +48,26 @@ void MainLoop::runGuarded(const std::function<void()>& task) {
     }
 }
 
+bool LoopSleeper::sleep(double seconds) {
+    std::unique_lock lock(mutex_);
+    cv_.wait_for(lock, std::chrono::duration<double>(seconds > 0 ? seconds : 0),
+                 [this] { return cancelled_.load(); });
+    return !cancelled_.load();
+}
+
+void LoopSleeper::cancel() {
+    {
+        // Set under the lock so that a worker between its test and its wait cannot miss it.
+        std::lock_guard lock(mutex_);
+        cancelled_ = true;
+    }
+    cv_.notify_all();
+}
+
+std::shared_ptr<LoopSleeper> MainLoop::makeSleeper() {
+    return std::make_shared<LoopSleeper>();
+}
+
 MainLoop::MainLoop() : mainThread_(std::this_thread::get_id()) {}
 
 bool MainLoop::postAndWait(Task task, double timeoutSeconds) {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <any>
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 namespace orv {
@@ -39,6 +42,34 @@ class Timer : public std::enable_shared_from_this<Timer> {
 };
 using TimerRef = std::shared_ptr<Timer>;
 
+// Lets one thread other than the main one sleep on the loop's clock, and lets another thread cut
+// the sleep short. Made by the loop (MainLoop::makeSleeper) on the thread that starts the worker,
+// before starting it; the worker calls finish() as its last act. The loop must outlive it.
+//
+// A virtual loop keeps such a worker in step with its clock: from creation until the worker sleeps
+// or finishes, it counts as running, and the loop runs what the worker posts but neither moves
+// its clock nor returns from runUntilIdle() until no worker runs (bounded in real time, so a
+// stuck worker slows tests down instead of hanging them). A sleeper's wake time is due work like
+// a timer's. On a real loop a sleep is a plain wait of that many seconds.
+class LoopSleeper {
+  public:
+    virtual ~LoopSleeper() = default;
+    // Worker thread. False when cancelled, before or during the sleep.
+    virtual bool sleep(double seconds);
+    // Any thread: wakes the worker at once; every later sleep returns false at once.
+    virtual void cancel();
+    bool isCancelled() const { return cancelled_.load(); }
+    // Worker thread, last call: a virtual loop stops waiting for it.
+    virtual void finish() {}
+
+  protected:
+    std::atomic<bool> cancelled_{false};
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable cv_;
+};
+
 enum FdEvents : short { kFdReadable = 1, kFdWritable = 2, kFdError = 4 };
 using FdWatchId = uint64_t;
 
@@ -70,6 +101,9 @@ class MainLoop {
     // Runs the task on the main thread and waits for it to finish: at once when called there,
     // else through post(). A negative timeout waits for as long as it takes; false on time-out.
     bool postAndWait(Task task, double timeoutSeconds = -1);
+
+    // A sleeper for one worker thread that keeps time with this loop (see LoopSleeper).
+    virtual std::shared_ptr<LoopSleeper> makeSleeper();
 
     bool isMainThread() const { return std::this_thread::get_id() == mainThread_; }
 

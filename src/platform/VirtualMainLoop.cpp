@@ -4,9 +4,68 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace orv {
+
+namespace {
+// How long the loop waits in real time for its workers before going on without them.
+constexpr auto kWorkerWait = std::chrono::seconds(5);
+}  // namespace
+
+// Counts as running from creation (on the thread that starts the worker) until it sleeps or
+// finishes; whoever ends a sleep (the loop at the wake time, or cancel) counts it as running again
+// before the worker wakes, so the loop can never slip past it.
+class VirtualMainLoop::Sleeper : public LoopSleeper {
+  public:
+    explicit Sleeper(VirtualMainLoop& loop) : loop_(loop) {
+        std::lock_guard lock(loop_.inboxMutex_);
+        ++loop_.runningWorkers_;
+    }
+    ~Sleeper() override { finish(); }
+
+    bool sleep(double seconds) override {
+        std::unique_lock lock(loop_.inboxMutex_);
+        if (cancelled_ || state_ != State::Running) return false;
+        wakeAt_ = loop_.now_ + (seconds > 0 ? seconds : 0);
+        state_ = State::Sleeping;
+        --loop_.runningWorkers_;
+        loop_.sleeping_.insert(this);
+        loop_.workersCv_.notify_all();
+        loop_.workersCv_.wait(lock, [this] { return state_ != State::Sleeping; });
+        return !cancelled_;
+    }
+
+    void cancel() override {
+        std::lock_guard lock(loop_.inboxMutex_);
+        cancelled_ = true;
+        if (state_ == State::Sleeping) wakeLocked();
+        loop_.workersCv_.notify_all();
+    }
+
+    void finish() override {
+        std::lock_guard lock(loop_.inboxMutex_);
+        if (state_ == State::Sleeping) loop_.sleeping_.erase(this);
+        if (state_ == State::Running) --loop_.runningWorkers_;
+        state_ = State::Done;
+        loop_.workersCv_.notify_all();
+    }
+
+    // Under the loop's inbox lock.
+    void wakeLocked() {
+        loop_.sleeping_.erase(this);
+        state_ = State::Running;
+        ++loop_.runningWorkers_;
+    }
+    double wakeAt() const { return wakeAt_; }
+
+  private:
+    enum class State { Running, Sleeping, Done };
+    VirtualMainLoop& loop_;
+    State state_ = State::Running;
+    double wakeAt_ = 0;
+};
 
 VirtualMainLoop::VirtualMainLoop(double start) : now_(start) {
     if (::pipe(wakePipe_) == 0) {
@@ -42,6 +101,7 @@ void VirtualMainLoop::postAfter(double seconds, Task task) {
         std::lock_guard lock(inboxMutex_);
         inbox_.emplace_back(seconds, std::move(task));
     }
+    workersCv_.notify_all();
     if (wakePipe_[1] >= 0) {
         char c = 1;
         [[maybe_unused]] auto n = ::write(wakePipe_[1], &c, 1);
@@ -76,6 +136,27 @@ FdWatchId VirtualMainLoop::watchFd(int fd, short events, std::function<void(int,
 
 void VirtualMainLoop::unwatchFd(FdWatchId id) {
     watches_.erase(id);
+}
+
+std::shared_ptr<LoopSleeper> VirtualMainLoop::makeSleeper() {
+    return std::make_shared<Sleeper>(*this);
+}
+
+bool VirtualMainLoop::wakeDueSleepers() {
+    std::lock_guard lock(inboxMutex_);
+    std::vector<Sleeper*> due;
+    for (Sleeper* s : sleeping_)
+        if (s->wakeAt() <= now_) due.push_back(s);
+    for (Sleeper* s : due) s->wakeLocked();
+    if (!due.empty()) workersCv_.notify_all();
+    return !due.empty();
+}
+
+bool VirtualMainLoop::waitForWorkers() {
+    std::unique_lock lock(inboxMutex_);
+    workersCv_.wait_for(lock, kWorkerWait,
+                        [this] { return runningWorkers_ == 0 || !inbox_.empty(); });
+    return !inbox_.empty();
 }
 
 void VirtualMainLoop::drainInbox() {
@@ -156,34 +237,31 @@ size_t VirtualMainLoop::runUntilIdle() {
             any = true;
             ++ran;
         }
-        if (!any) {
-            drainInbox();
-            if (queue_.empty() || queue_.top().time > now_) break;
-        }
+        if (any) continue;
+        drainInbox();
+        if (!queue_.empty() && queue_.top().time <= now_) continue;
+        if (wakeDueSleepers()) continue;
+        if (!waitForWorkers()) break;
     }
     return ran;
 }
 
 void VirtualMainLoop::advanceTo(double time) {
-    runUntilIdle();
-    for (;;) {
-        drainInbox();
-        if (queue_.empty() || queue_.top().time > time) break;
-        if (queue_.top().time > now_) now_ = queue_.top().time;
-        runUntilIdle();
-    }
-    if (time > now_) now_ = time;
-    runUntilIdle();
+    playUntil(time);
 }
 
 size_t VirtualMainLoop::advance(double seconds) {
+    return playUntil(now_ + seconds);
+}
+
+size_t VirtualMainLoop::playUntil(double target) {
     size_t ran = 0;
-    const double target = now_ + seconds;
     ran += runUntilIdle();
     for (;;) {
         drainInbox();
-        if (queue_.empty() || queue_.top().time > target) break;
-        if (queue_.top().time > now_) now_ = queue_.top().time;
+        const double next = nextDueTime();
+        if (next < 0 || next > target) break;
+        if (next > now_) now_ = next;
         ran += runUntilIdle();
     }
     if (target > now_) now_ = target;
@@ -209,8 +287,8 @@ void VirtualMainLoop::run() {
         runUntilIdle();
         if (quit_) break;
         drainInbox();
-        if (!queue_.empty()) {
-            if (queue_.top().time > now_) now_ = queue_.top().time;
+        if (const double next = nextDueTime(); next >= 0) {
+            if (next > now_) now_ = next;
             continue;
         }
         // Nothing scheduled: only other threads or descriptors can bring work.
@@ -228,7 +306,11 @@ void VirtualMainLoop::quit() {
 }
 
 double VirtualMainLoop::nextDueTime() const {
-    return queue_.empty() ? -1.0 : queue_.top().time;
+    double next = queue_.empty() ? -1.0 : queue_.top().time;
+    std::lock_guard lock(inboxMutex_);
+    for (const Sleeper* s : sleeping_)
+        if (next < 0 || s->wakeAt() < next) next = s->wakeAt();
+    return next;
 }
 
 size_t VirtualMainLoop::pendingCount() const {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -175,6 +177,65 @@ TEST(GLibMainLoop, TimerQueueKeepsOrderAndCancelsAtOnce) {
     const std::vector<std::string> expected = {"early timer", "early task", "from worker",
                                                "late task"};
     EXPECT_EQ(fired, expected);
+}
+
+// A worker that sleeps on the loop's clock is woken exactly at its times, and the loop does not
+// go on (neither past the next wake nor out of runUntilIdle) until the worker sleeps again, even
+// when each wake makes it wait for the main thread.
+TEST(VirtualMainLoop, ASleepingWorkerKeepsStepWithTheClock) {
+    VirtualMainLoop loop;
+    std::vector<std::string> order;
+    std::vector<double> wakes;
+    std::atomic<bool> ended{false};
+    auto sleeper = loop.makeSleeper();
+    std::thread worker([&] {
+        do {
+            loop.postAndWait([&] {
+                wakes.push_back(loop.now());
+                order.push_back("worker");
+            });
+        } while (sleeper->sleep(0.25));
+        ended = true;
+        sleeper->finish();
+    });
+    loop.runUntilIdle();
+    EXPECT_EQ(wakes, (std::vector<double>{0.0}));  // the first pass ran before runUntilIdle ended
+    EXPECT_DOUBLE_EQ(loop.nextDueTime(), 0.25);
+    loop.scheduleTimer(0.6, false, [&](Timer&) { order.push_back("timer"); });
+    loop.advance(1.0);
+    EXPECT_EQ(wakes, (std::vector<double>{0.0, 0.25, 0.5, 0.75, 1.0}));
+    EXPECT_EQ(order, (std::vector<std::string>{"worker", "worker", "worker", "timer", "worker",
+                                               "worker"}));
+    EXPECT_DOUBLE_EQ(loop.now(), 1.0);
+
+    // Cancelling wakes it at once without moving the clock, and the loop waits for its end.
+    sleeper->cancel();
+    loop.runUntilIdle();
+    EXPECT_TRUE(ended.load());
+    EXPECT_DOUBLE_EQ(loop.now(), 1.0);
+    EXPECT_LT(loop.nextDueTime(), 0.0);
+    worker.join();
+    EXPECT_EQ(wakes.size(), 5u);
+}
+
+// On a real loop a sleep is a wait of real time that cancel cuts short.
+TEST(GLibMainLoop, CancelWakesASleepingWorkerAtOnce) {
+    GLibMainLoop loop;
+    auto sleeper = loop.makeSleeper();
+    std::promise<void> asleep;
+    std::promise<bool> slept;
+    std::thread worker([&] {
+        EXPECT_TRUE(sleeper->sleep(0.001));
+        asleep.set_value();
+        slept.set_value(sleeper->sleep(3600));
+        sleeper->finish();
+    });
+    asleep.get_future().wait();
+    sleeper->cancel();
+    auto result = slept.get_future();
+    ASSERT_EQ(result.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_FALSE(result.get());
+    worker.join();
 }
 
 }  // namespace
