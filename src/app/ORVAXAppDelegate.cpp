@@ -8,7 +8,9 @@
 #include "accessibility/trackers/ORVAXWebAreaElementTracker.h"
 #include "context/OrvContextHandler.h"
 #include "platform/Platform.h"
+#include "speech/ORVAXEchoController.h"
 #include "speech/ORVAXFocusEchoController.h"
+#include "speech/ORVAXSpeechDirectiveController.h"
 
 namespace orv {
 
@@ -34,7 +36,9 @@ void ORVAXAppDelegate::resetClassStateForTesting() {
     ORVAXPlainTextElementTracker::resetClassStateForTesting();
     ORVAXWebAreaElementTracker::resetClassStateForTesting();
     OrvContextHandler::resetForTesting();
+    ORVAXEchoController::resetForTesting();
     ORVAXFocusEchoController::resetForTesting();
+    ORVAXSpeechDirectiveController::resetForTesting();
     ORVCommunicationHub::resetSharedState();
     resetCachedVersionForTesting();
 }
