@@ -5,7 +5,7 @@ set -euo pipefail
 
 base=(build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
       libglib2.0-dev libgtest-dev libgmock-dev googletest libbenchmark-dev
-      libatspi2.0-dev libx11-dev libxrandr-dev libgtk-3-dev)
+      libatspi2.0-dev libx11-dev libxrandr-dev libgtk-3-dev libspeechd-dev libespeak-ng-dev)
 want=("${base[@]}" "$@")
 
 missing=()

@@ -9,9 +9,12 @@ jobs=$(nproc)
 step() { printf '\n==== %s ====\n' "$*"; }
 
 step "dependencies"
-# The real-applications suite drives these programs; the rest is the build's and the tests'.
+# The real-applications suite drives these programs; the speech tests need the daemon, its
+# espeak-ng module and espeak-ng's data (ALSA's null device is in libasound2 itself); the rest is
+# the build's and the tests'.
 bash tools/dev/deps.sh gtk-4-examples qtbase5-examples firefox-esr xfce4-terminal mousepad \
-    python3-gi gir1.2-atspi-2.0 gir1.2-gtk-3.0 util-linux xdotool x11-utils
+    python3-gi gir1.2-atspi-2.0 gir1.2-gtk-3.0 util-linux xdotool x11-utils \
+    speech-dispatcher speech-dispatcher-espeak-ng espeak-ng
 
 step "normal build"
 bash tools/dev/build.sh build/normal -DORV_SANITIZE=OFF -DORV_BUILD_TESTS=ON -DORV_BUILD_BENCH=ON

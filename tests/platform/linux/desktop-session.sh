@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Runs one command inside a private X11 desktop with an accessibility bus:
-#   Xvfb, openbox, a private D-Bus session bus, at-spi-bus-launcher (which starts the registry).
+#   Xvfb, openbox, a private D-Bus session bus, at-spi-bus-launcher (which starts the registry),
+#   and speech: a private speech-dispatcher (espeak-ng module) playing into ALSA's null device,
+#   reached through SPEECHD_ADDRESS; ALSA_CONFIG_PATH sends the session's sound there too.
 # Installs what is missing with apt-get when run as root. Everything started here is stopped by
 # process id when the command ends, whatever its outcome. The command's exit status is returned.
 #
@@ -23,6 +25,15 @@ fi
 
 log() { echo "desktop-session: $*" >&2; }
 
+speechd_module() {
+    local d
+    for d in /usr/lib/speech-dispatcher-modules /usr/lib/*/speech-dispatcher-modules \
+        /usr/libexec/speech-dispatcher-modules; do
+        [ -x "$d/sd_espeak-ng" ] && { echo "$d/sd_espeak-ng"; return 0; }
+    done
+    return 1
+}
+
 need_packages() {
     local missing=()
     command -v Xvfb >/dev/null || missing+=(xvfb)
@@ -40,6 +51,9 @@ need_packages() {
     pkg-config --exists xrandr 2>/dev/null || missing+=(libxrandr-dev)
     pkg-config --exists x11 2>/dev/null || missing+=(libx11-dev)
     command -v pkg-config >/dev/null || missing+=(pkg-config)
+    command -v speech-dispatcher >/dev/null || missing+=(speech-dispatcher)
+    speechd_module >/dev/null || missing+=(speech-dispatcher-espeak-ng)
+    command -v espeak-ng >/dev/null || missing+=(espeak-ng)
     echo "${missing[@]:-}"
 }
 
@@ -181,6 +195,57 @@ if [ -n "$a11y_addr" ]; then
         log "could not set AT_SPI_BUS on the root window"
 else
     log "accessibility bus address not understood: $(cat "$rundir/a11y.addr")"
+fi
+
+# Speech. With no sound device speech-dispatcher's default output hangs, so everything in the
+# session plays into ALSA's null device, through a configuration file of the session's own read
+# after the system's (the user's ~/.asoundrc and ~/.config/speech-dispatcher stay untouched).
+# The daemon finds its configuration through XDG_CONFIG_HOME, given to it alone.
+speechdir="$rundir/speech"
+mkdir -p "$speechdir/config/speech-dispatcher" "$logdir/speech-dispatcher"
+echo 'pcm.!default { type null }' >"$speechdir/asound.conf"
+ALSA_CONFIG_PATH="${ALSA_CONFIG_PATH:-/usr/share/alsa/alsa.conf}:$speechdir/asound.conf"
+export ALSA_CONFIG_PATH
+if command -v speech-dispatcher >/dev/null && speechd_module >/dev/null; then
+    module_conf=/etc/speech-dispatcher/modules/espeak-ng.conf
+    [ -f "$module_conf" ] || module_conf=""
+    cat >"$speechdir/config/speech-dispatcher/speechd.conf" <<CONF
+CommunicationMethod "unix_socket"
+SocketPath "$speechdir/speechd.sock"
+Timeout 0
+LogLevel 3
+LogDir "$logdir/speech-dispatcher"
+AudioOutputMethod "alsa"
+AudioALSADevice "default"
+AddModule "espeak-ng" "sd_espeak-ng" "$module_conf"
+DefaultModule espeak-ng
+CONF
+    # --spawn returns once the daemon listens; the daemon writes its process id a moment later.
+    XDG_CONFIG_HOME="$speechdir/config" speech-dispatcher --spawn -P "$speechdir/speechd.pid" \
+        >"$logdir/speech-dispatcher/spawn.log" 2>&1
+    spawned=$?
+    # Only a process started with that pid file is taken for the daemon (a file caught half
+    # written names some other process).
+    speechd_pid=""
+    n=0
+    while [ -z "$speechd_pid" ] && [ $n -le 50 ]; do
+        p=$(cat "$speechdir/speechd.pid" 2>/dev/null)
+        if [ -n "$p" ] && tr '\0' ' ' <"/proc/$p/cmdline" 2>/dev/null |
+            grep -qF -- "$speechdir/speechd.pid"; then
+            speechd_pid=$p
+        else
+            sleep 0.1
+            n=$((n + 1))
+        fi
+    done
+    [ -n "$speechd_pid" ] && pids+=("$speechd_pid")
+    if [ $spawned != 0 ] || [ -z "$speechd_pid" ]; then
+        log "speech-dispatcher did not start (see $logdir/speech-dispatcher)"
+        exit 4
+    fi
+    export SPEECHD_ADDRESS="unix_socket:$speechdir/speechd.sock"
+else
+    log "speech-dispatcher or its espeak-ng module is missing: no speech daemon in this session"
 fi
 
 log "DISPLAY=$DISPLAY DBUS_SESSION_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS logs in $logdir"
