@@ -24,7 +24,6 @@ enum class Attr {
     RoleDescription,
     Title,
     Description,
-    Help,
     Value,
     Identifier,
     Position,
@@ -55,7 +54,6 @@ const std::unordered_map<std::string, Attr>& attributeTable() {
         {"AXRoleDescription", Attr::RoleDescription},
         {"AXTitle", Attr::Title},
         {"AXDescription", Attr::Description},
-        {"AXHelp", Attr::Help},
         {"AXValue", Attr::Value},
         {"AXIdentifier", Attr::Identifier},
         {"AXPosition", Attr::Position},
@@ -391,6 +389,7 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
         return readText(acc, attribute, out);
     }
     if (auto web = readWeb(el, attribute, out)) return *web;
+    if (auto described = readDescribed(el, attribute, out)) return *described;
     auto it = attributeTable().find(attribute);
     if (it == attributeTable().end()) return kAXErrorAttributeUnsupported;
     if (appGone(acc)) return kAXErrorInvalidUIElement;
@@ -448,12 +447,14 @@ AXError AtspiAccessibility::readObject(const AtspiElement& el, const std::string
             Err err;
             GStr d{atspi_accessible_get_description(acc, &err)};
             if (err.e || !d.s || !*d.s) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            // Beside a name of its own the description is help (a tooltip): AXHelp answers it,
+            // so that a button is not said as its tooltip.
+            GStr name{atspi_accessible_get_name(acc, &err)};
+            if (err.e) return desktop_->errorFor(err.e, clock, kAXErrorNoValue);
+            if (name.s && *name.s && std::strcmp(name.s, d.s) != 0) return kAXErrorNoValue;
             *out = AXValue(d.str());
             return kAXErrorSuccess;
         }
-        case Attr::Help:
-            // AT-SPI of this generation has no help text apart from the description.
-            return kAXErrorNoValue;
         case Attr::Identifier: {
             CallClock clock;
             Err err;

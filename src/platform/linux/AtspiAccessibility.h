@@ -90,6 +90,10 @@ class AtspiAccessibility final : public AccessibilityAPI {
                                                 const AXValue& parameter, AXValue* out);
     AXError readTextRun(const AtspiElement& el, const std::string& attribute, AXValue* out);
 
+    // Help, value text and menu shortcuts (AtspiDescribe.cpp); nothing for other attributes.
+    std::optional<AXError> readDescribed(const AtspiElement& el, const std::string& attribute,
+                                         AXValue* out);
+
     TurnExtents turn_;
     std::shared_ptr<AtspiDesktop> desktop_;
     AXUIElementRef systemWide_;

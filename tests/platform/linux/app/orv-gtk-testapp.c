@@ -9,6 +9,13 @@
  *                   is announced focused at once, and really gets focus 300 ms later
  *   grid            add, under the text area, a box with the table role ("Grid") holding two
  *                   buttons, "Cell A" and "Cell B": a table whose cells take focus themselves
+ *   describe        add, under the text area, a menu bar with a "File" menu that is never opened
+ *                   (items "Save" Control+S, "Redo" Control+Shift+Z, "Quit" Alt+F4, the check
+ *                   item "Wrap" Control+Down, the radio item "Erase" Control+BackSpace, "Zoom in"
+ *                   Control+plus, "Top" Alt+Home, "Plain" with none; mnemonics on all but
+ *                   "Plain"), a button "Tip" with the tooltip "Shows a tip" and the accessible
+ *                   id "tip-button", and a slider
+ *                   "Level" at 30 of 0..100
  *   tell NAME       what Qt does with a tree view after its current cell: NAME is announced
  *                   focused, and the focus stays where it is
  *   gap MS NAME     what toolkits do between two focuses: focus leaves the current widget, and
@@ -235,6 +242,51 @@ static void add_grid(void) {
     gtk_widget_show_all(grid);
 }
 
+static void add_shortcut(GtkWidget *menu, GtkWidget *item, GtkAccelGroup *group, guint key,
+                         GdkModifierType mods) {
+    if (key) gtk_widget_add_accelerator(item, "activate", group, key, mods, GTK_ACCEL_VISIBLE);
+    gtk_menu_shell_append(GTK_MENU_SHELL(menu), item);
+}
+
+static void add_described(void) {
+    if (g_hash_table_lookup(by_name, "Tip")) return;
+    GtkWidget *row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
+    GtkWidget *bar = gtk_menu_bar_new();
+    GtkWidget *file = gtk_menu_item_new_with_mnemonic("_File");
+    GtkWidget *menu = gtk_menu_new();
+    GtkAccelGroup *group = gtk_accel_group_new();
+    gtk_window_add_accel_group(GTK_WINDOW(window), group);
+    gtk_menu_set_accel_group(GTK_MENU(menu), group);
+    add_shortcut(menu, gtk_menu_item_new_with_mnemonic("_Save"), group, GDK_KEY_s,
+                 GDK_CONTROL_MASK);
+    add_shortcut(menu, gtk_menu_item_new_with_mnemonic("_Redo"), group, GDK_KEY_z,
+                 GDK_CONTROL_MASK | GDK_SHIFT_MASK);
+    add_shortcut(menu, gtk_menu_item_new_with_mnemonic("_Quit"), group, GDK_KEY_F4, GDK_MOD1_MASK);
+    add_shortcut(menu, gtk_check_menu_item_new_with_mnemonic("_Wrap"), group, GDK_KEY_Down,
+                 GDK_CONTROL_MASK);
+    add_shortcut(menu, gtk_radio_menu_item_new_with_mnemonic(NULL, "_Erase"), group,
+                 GDK_KEY_BackSpace, GDK_CONTROL_MASK);
+    add_shortcut(menu, gtk_menu_item_new_with_mnemonic("_Zoom in"), group, GDK_KEY_plus,
+                 GDK_CONTROL_MASK);
+    add_shortcut(menu, gtk_menu_item_new_with_mnemonic("_Top"), group, GDK_KEY_Home,
+                 GDK_MOD1_MASK);
+    add_shortcut(menu, gtk_menu_item_new_with_label("Plain"), group, 0, 0);
+    gtk_menu_item_set_submenu(GTK_MENU_ITEM(file), menu);
+    gtk_menu_shell_append(GTK_MENU_SHELL(bar), file);
+    GtkWidget *tip = gtk_button_new_with_label("Tip");
+    name_widget(tip, "Tip");
+    gtk_widget_set_tooltip_text(tip, "Shows a tip");
+    atk_object_set_accessible_id(gtk_widget_get_accessible(tip), "tip-button");
+    GtkWidget *level = gtk_scale_new_with_range(GTK_ORIENTATION_HORIZONTAL, 0, 100, 1);
+    gtk_range_set_value(GTK_RANGE(level), 30);
+    name_widget(level, "Level");
+    gtk_box_pack_start(GTK_BOX(row), bar, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(row), tip, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(row), level, TRUE, TRUE, 0);
+    gtk_box_pack_start(GTK_BOX(main_box), row, FALSE, FALSE, 0);
+    gtk_widget_show_all(row);
+}
+
 static void open_popover(void) {
     static GtkWidget *popover;
     if (!popover) {
@@ -384,6 +436,8 @@ static void handle(const char *line) {
         g_timeout_add(300, grab_later, w);
     } else if (strcmp(line, "grid") == 0) {
         add_grid();
+    } else if (strcmp(line, "describe") == 0) {
+        add_described();
     } else if (g_str_has_prefix(line, "tell ")) {
         GtkWidget *w = g_hash_table_lookup(by_name, line + 5);
         if (w) atk_object_notify_state_change(gtk_widget_get_accessible(w), ATK_STATE_FOCUSED, TRUE);
