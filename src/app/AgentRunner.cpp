@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -20,6 +21,9 @@
 #include "Common/ORVCommunicationHub.h"
 #include "Common/OrvLogger.h"
 #include "app/ORVAXAppDelegate.h"
+#include "app/SpeechPrinter.h"
+#include "platform/NullSpeech.h"
+#include "speech/OrvLocalization.h"
 #include "platform/Platform.h"
 #include "platform/VirtualMainLoop.h"
 #include "platform/glib/GLibMainLoop.h"
@@ -28,6 +32,12 @@
 #include "platform/sim/SimScenario.h"
 #if ORV_HAVE_LINUX
 #include "platform/linux/LinuxPlatform.h"
+#endif
+#if ORV_HAVE_SPEECHD
+#include "platform/linux/SpeechDispatcherEngine.h"
+#endif
+#if ORV_HAVE_ESPEAK
+#include "platform/linux/EspeakEngine.h"
 #endif
 
 namespace orv {
@@ -132,10 +142,19 @@ bool writeAll(int fd, const char* p, size_t n) {
     return true;
 }
 
-std::atomic<bool> focusLinesOpen{true};
+std::atomic<bool> outputLinesOpen{true};
+
+// Focus and speech lines share standard output; once it is closed both stop, the agent goes on.
+void printLine(const char* text, size_t n) {
+    if (!outputLinesOpen.load()) return;
+    if (!writeAll(STDOUT_FILENO, text, n)) {
+        outputLinesOpen = false;
+        notice("standard output is closed: no more focus or speech lines, the agent goes on");
+    }
+}
 
 void printFocusArea(const ORVOrientedRectRef& area, double time) {
-    if (!focusLinesOpen.load()) return;
+    if (!outputLinesOpen.load()) return;
     const Rect r = area ? area->rect() : Rect();
     char line[2048];
     const int n = std::snprintf(
@@ -146,10 +165,54 @@ void printFocusArea(const ORVOrientedRectRef& area, double time) {
         roundHalfAwayFromZero(r.size.width), roundHalfAwayFromZero(r.size.height),
         area ? area->edgeX() : 0u, area ? area->edgeY() : 0u, area ? area->source() : 0u);
     if (n <= 0 || size_t(n) >= sizeof line) return;
-    if (!writeAll(STDOUT_FILENO, line, size_t(n))) {
-        focusLinesOpen = false;
-        notice("standard output is closed: no more focus lines, the agent goes on");
+    printLine(line, size_t(n));
+}
+
+// The engine the options ask for, wrapped for --print-speech, and the settings given at start.
+// False (with the notice given) when the engine asked for cannot be had.
+bool setUpSpeech(const AgentOptions& options, Platform& p) {
+    if (!options.phrases.empty()) OrvLocalization::setPhraseDirectoryOverride(options.phrases);
+    std::string why;
+    if (options.speech == "none") {
+        p.speech = makeNullSpeechEngine();
+    } else if (options.speech == "speech-dispatcher") {
+#if ORV_HAVE_SPEECHD
+        p.speech = linuxdesk::makeSpeechDispatcherEngine(p.loop, &why);
+#else
+        why = "built without speech-dispatcher (libspeechd's development files were missing)";
+#endif
+    } else if (options.speech == "espeak-ng") {
+#if ORV_HAVE_ESPEAK
+        p.speech = linuxdesk::makeEspeakEngine(p.loop, &why);
+#else
+        why = "built without espeak-ng (its development files were missing)";
+#endif
+    } else if (!p.speech) {
+        // auto on a desktop that brings no engine of its own
+#if ORV_HAVE_SPEECHD
+        p.speech = linuxdesk::makeSpeechDispatcherEngine(p.loop, &why);
+#endif
+        if (!p.speech) {
+            notice("no speech engine" + (why.empty() ? std::string() : ": " + outsideText(why, 400)) +
+                   "; the agent follows focus without speaking");
+            p.speech = makeNullSpeechEngine();
+        }
     }
+    if (!p.speech) {
+        notice("cannot use --speech=" + options.speech + ": " + outsideText(why, 400));
+        return false;
+    }
+    if (options.printSpeech) {
+        p.speech = makePrintingSpeechEngine(
+            p.speech, [] { return mainLoop().now(); },
+            [](const std::string& line) { printLine(line.data(), line.size()); });
+    }
+    if (!options.speechSettings.empty()) {
+        std::map<std::string, std::string> settings;
+        for (const auto& [key, value] : options.speechSettings) settings[key] = value;
+        ORVAXCommController::updateUsingDictionary(settings);
+    }
+    return true;
 }
 
 // ---- stall probe --------------------------------------------------------------------------------
@@ -270,6 +333,7 @@ int runSimulated(const AgentOptions& options, ORVAXAppDelegate& delegate) {
     auto platformRef = desk->install();
     platformRef->name = "sim";
     desk->host().setArguments(options.arguments);
+    if (!setUpSpeech(options, *platformRef)) return kExitDesktopUnusable;
 
     notice("simulated desktop, playing " + outsideText(path) + " in " +
            (options.realtime ? "real" : "virtual") + " time");
@@ -314,6 +378,7 @@ int runLinux(const AgentOptions& options, ORVAXAppDelegate& delegate,
     platformRef->app = host;
     platformRef->defaults = std::make_shared<posix::FileUserDefaults>();
     installPlatform(platformRef);
+    if (!setUpSpeech(options, *platformRef)) return kExitDesktopUnusable;
     notice("following the Linux desktop (AT-SPI2)");
     delegate.attach();
     watchTerminationSignals(*platformRef->loop, *host);

@@ -24,6 +24,11 @@ struct AgentOptions {
     std::string scenario;          // simulated desktop: empty plays the bundled demo
     bool realtime = false;
     bool printFocus = false;
+    bool printSpeech = false;
+    std::string speech = "auto";  // auto, speech-dispatcher, espeak-ng or none
+    // Speech settings as the magnifier would send them, applied before start-up, in order.
+    std::vector<std::pair<std::string, std::string>> speechSettings;
+    std::string phrases;  // a directory of phrase tables; empty looks in the usual places
     uint16_t magnifierPort = 41227;
     std::optional<unsigned> verbosity;
     bool logToSyslog = false;

@@ -33,6 +33,28 @@ given once):
   --print-focus             Also print each focus area the agent sends, as one JSON line on
                             standard output. When standard output is closed the lines stop;
                             the agent goes on.
+  --print-speech            Also print what the agent says, as JSON lines on standard output:
+                            {"time":T,"say":"TEXT","voice":"V","rate":R,"volume":X} when a
+                            piece of speech is handed to the engine (voice null for the
+                            engine's default), {"time":T,"end":"finished"} or
+                            {"time":T,"end":"stopped"} when it ends.
+  --speech=auto|speech-dispatcher|espeak-ng|none
+                            The speech engine (default auto: speech-dispatcher on the Linux
+                            desktop, the simulated engine on the simulated desktop; none says
+                            nothing). espeak-ng speaks through its own library to the sound
+                            device.
+  --speech-settings KEY=VALUE,...
+                            Speech settings as the magnifier sends them, applied at start-up
+                            in the magnifier's order: echoVoice, echoRate (words per minute,
+                            180 to 400), echoVolume (0 to 1), focusEchoEnabled,
+                            focusEchoStyle (1 simplified, 2 detailed), mouseEchoEnabled,
+                            mouseEchoCondition (1, 4, 8 or 16 always), magnificationEnabled,
+                            speechEnabled, keyMods. Nothing is said until speechEnabled,
+                            magnificationEnabled and an echo are on, for instance
+                            --speech-settings speechEnabled=1,magnificationEnabled=1,focusEchoEnabled=1
+                            Values out of range are ignored as the magnifier's would be.
+  --phrases DIR             Read the spoken phrase tables from DIR (docs/phrases.md) instead of
+                            the XDG data directories.
   --magnifier-port N        UDP port of the magnifier, 1 to 65535 (default 41227).
   --verbosity N             Log verbosity after start-up: 1 errors (the default), 2 warnings,
                             3 information.
@@ -82,6 +104,39 @@ bool parseUnsigned(const std::string& text, unsigned long min, unsigned long max
     return true;
 }
 
+// The keys the magnifier sends; a typo here would otherwise be ignored without a word.
+const char* const kSpeechSettingKeys[] = {
+    "echoVoice",          "echoRate",         "echoVolume",         "focusEchoEnabled",
+    "focusEchoStyle",     "mouseEchoEnabled", "mouseEchoCondition", "magnificationEnabled",
+    "speechEnabled",      "keyMods"};
+
+bool parseSpeechSettings(const std::string& text,
+                         std::vector<std::pair<std::string, std::string>>* out, std::string* why) {
+    size_t start = 0;
+    for (;;) {
+        const size_t comma = text.find(',', start);
+        const std::string item =
+            text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+        const size_t eq = item.find('=');
+        if (eq == std::string::npos) {
+            *why = "expected KEY=VALUE, not " + quoted(item);
+            return false;
+        }
+        const std::string key = item.substr(0, eq);
+        bool known = false;
+        for (const char* k : kSpeechSettingKeys) known = known || key == k;
+        if (!known) {
+            *why = "unknown setting " + quoted(key) + " (known: echoVoice, echoRate, echoVolume, "
+                   "focusEchoEnabled, focusEchoStyle, mouseEchoEnabled, mouseEchoCondition, "
+                   "magnificationEnabled, speechEnabled, keyMods)";
+            return false;
+        }
+        out->emplace_back(key, item.substr(eq + 1));
+        if (comma == std::string::npos) return true;
+        start = comma + 1;
+    }
+}
+
 enum class Takes { Nothing, Value };
 
 struct Option {
@@ -95,6 +150,10 @@ const Option kOptions[] = {
     {"--scenario", Takes::Value, "a file"},
     {"--realtime", Takes::Nothing, ""},
     {"--print-focus", Takes::Nothing, ""},
+    {"--print-speech", Takes::Nothing, ""},
+    {"--speech", Takes::Value, "auto, speech-dispatcher, espeak-ng or none"},
+    {"--speech-settings", Takes::Value, "KEY=VALUE pairs separated by commas"},
+    {"--phrases", Takes::Value, "a directory"},
     {"--magnifier-port", Takes::Value, "a port number from 1 to 65535"},
     {"--verbosity", Takes::Value, "1 (errors), 2 (warnings) or 3 (information)"},
     {"--log", Takes::Value, "stderr or syslog"},
@@ -135,6 +194,7 @@ std::optional<int> parseArguments(const std::vector<std::string>& args, orv::Age
             }
             if (name == "--realtime") o.realtime = true;
             if (name == "--print-focus") o.printFocus = true;
+            if (name == "--print-speech") o.printSpeech = true;
             continue;
         }
 
@@ -155,6 +215,18 @@ std::optional<int> parseArguments(const std::vector<std::string>& args, orv::Age
         } else if (name == "--scenario") {
             if (value.empty()) return usageError(name + " needs " + option->what);
             o.scenario = value;
+        } else if (name == "--speech") {
+            if (value != "auto" && value != "speech-dispatcher" && value != "espeak-ng" &&
+                value != "none")
+                return usageError(bad);
+            o.speech = value;
+        } else if (name == "--speech-settings") {
+            std::string why;
+            if (!parseSpeechSettings(value, &o.speechSettings, &why))
+                return usageError(name + ": " + why);
+        } else if (name == "--phrases") {
+            if (value.empty()) return usageError(name + " needs " + option->what);
+            o.phrases = value;
         } else if (name == "--magnifier-port") {
             if (!parseUnsigned(value, 1, 65535, &n)) return usageError(bad);
             o.magnifierPort = static_cast<uint16_t>(n);

@@ -33,8 +33,9 @@ if [ -z "$port" ]; then
     exit 1
 fi
 
-echo "== the agent (log on standard error, focus areas it sends as JSON lines) =="
-build/demo/ocuvane-agent --desktop=sim --magnifier-port "$port" --print-focus --verbosity=3 "$@"
+echo "== the agent (log on standard error; focus areas it sends and what it says, as JSON lines) =="
+build/demo/ocuvane-agent --desktop=sim --magnifier-port "$port" --print-focus --print-speech \
+    --speech-settings speechEnabled=1,magnificationEnabled=1,focusEchoEnabled=1 --verbosity=3 "$@"
 sleep 0.3
 echo
 echo "== what the magnifier received =="
