@@ -20,6 +20,7 @@
 #include "Common/ORVAXCommController.h"
 #include "Common/ORVCommunicationHub.h"
 #include "Common/OrvLogger.h"
+#include "app/LazySpeechEngine.h"
 #include "app/ORVAXAppDelegate.h"
 #include "app/SpeechPrinter.h"
 #include "platform/NullSpeech.h"
@@ -175,28 +176,31 @@ bool setUpSpeech(const AgentOptions& options, Platform& p) {
     std::string why;
     if (options.speech == "none") {
         p.speech = makeNullSpeechEngine();
-    } else if (options.speech == "speech-dispatcher") {
+    } else if (options.speech == "speech-dispatcher" || (options.speech == "auto" && !p.speech)) {
+        // auto on a desktop that brings no engine of its own, as on Linux
 #if ORV_HAVE_SPEECHD
-        p.speech = linuxdesk::makeSpeechDispatcherEngine(p.loop, &why);
+        p.speech = makeLazySpeechEngine([loop = p.loop] {
+            std::string why;
+            auto engine = linuxdesk::makeSpeechDispatcherEngine(loop, &why);
+            // The engine reconnects by itself later; the user hears why it is silent meanwhile.
+            if (!why.empty()) notice("speech-dispatcher: " + outsideText(why, 400));
+            return engine;
+        });
 #else
-        why = "built without speech-dispatcher (libspeechd's development files were missing)";
+        if (options.speech == "speech-dispatcher") {
+            why = "built without speech-dispatcher (libspeechd's development files were missing)";
+        } else {
+            notice("built without speech-dispatcher: the agent follows focus without speaking");
+            p.speech = makeNullSpeechEngine();
+        }
 #endif
     } else if (options.speech == "espeak-ng") {
+        // Asked for by name: better refused at start than silent later.
 #if ORV_HAVE_ESPEAK
         p.speech = linuxdesk::makeEspeakEngine(p.loop, &why);
 #else
         why = "built without espeak-ng (its development files were missing)";
 #endif
-    } else if (!p.speech) {
-        // auto on a desktop that brings no engine of its own
-#if ORV_HAVE_SPEECHD
-        p.speech = linuxdesk::makeSpeechDispatcherEngine(p.loop, &why);
-#endif
-        if (!p.speech) {
-            notice("no speech engine" + (why.empty() ? std::string() : ": " + outsideText(why, 400)) +
-                   "; the agent follows focus without speaking");
-            p.speech = makeNullSpeechEngine();
-        }
     }
     if (!p.speech) {
         notice("cannot use --speech=" + options.speech + ": " + outsideText(why, 400));

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "app/LazySpeechEngine.h"
 #include "app/SpeechPrinter.h"
 #include "platform/sim/SimDesktop.h"
 
@@ -73,6 +74,28 @@ TEST(SpeechLines, JsonStringsStayValidForAnyBytes) {
     EXPECT_EQ(jsonString("x\xc3"), "\"x\\ufffd\"");
     EXPECT_EQ(jsonString("\xc0\xaf"), "\"\\ufffd\\ufffd\"");
     EXPECT_EQ(jsonString("\xed\xa0\x80"), "\"\\ufffd\\ufffd\\ufffd\"");
+}
+
+TEST(LazySpeech, TheEngineIsMadeAtFirstUseOnlyAndANullOneIsSilent) {
+    auto desk = SimDesktop::create();
+    int made = 0;
+    auto lazy = makeLazySpeechEngine([&] {
+        ++made;
+        return std::shared_ptr<SpeechEngine>(desk, &desk->speech());
+    });
+    EXPECT_EQ(made, 0) << "an agent that never speaks must not reach the speech service";
+    EXPECT_EQ(lazy->availableVoices().size(), 3u);
+    ASSERT_TRUE(lazy->createSynthesizer()->startSpeakingString("hello"));
+    EXPECT_EQ(made, 1);
+
+    int tried = 0;
+    auto none = makeLazySpeechEngine([&] {
+        ++tried;
+        return std::shared_ptr<SpeechEngine>();
+    });
+    EXPECT_FALSE(none->createSynthesizer()->startSpeakingString("hello"));
+    EXPECT_TRUE(none->availableVoices().empty());
+    EXPECT_EQ(tried, 1) << "a failed factory is not asked again at every utterance";
 }
 
 }  // namespace
