@@ -50,6 +50,8 @@ std::string printfOne(const std::string& conversion, T value) {
     return out;
 }
 
+constexpr int kMaxFieldWidth = 1000;
+
 // Applies the width and "-" flag of a "%@" or "%s" conversion to a finished text.
 std::string pad(const std::string& text, const std::string& flags, int width, int precision) {
     std::string t = precision >= 0 && static_cast<size_t>(precision) < text.size()
@@ -101,14 +103,17 @@ std::string formatArgs(std::string_view fmt, const std::vector<FormatArg>& args)
         std::string flags;
         while (i < n && std::string_view("-+ #0").find(fmt[i]) != std::string_view::npos)
             flags.push_back(fmt[i++]);
+        // Formats come from phrase tables people edit too: a width of nine digits must neither
+        // overflow nor pad a line to gigabytes.
         int width = 0;
-        while (i < n && fmt[i] >= '0' && fmt[i] <= '9') width = width * 10 + (fmt[i++] - '0');
+        while (i < n && fmt[i] >= '0' && fmt[i] <= '9')
+            width = std::min(kMaxFieldWidth, width * 10 + (fmt[i++] - '0'));
         int precision = -1;
         if (i < n && fmt[i] == '.') {
             ++i;
             precision = 0;
             while (i < n && fmt[i] >= '0' && fmt[i] <= '9')
-                precision = precision * 10 + (fmt[i++] - '0');
+                precision = std::min(kMaxFieldWidth, precision * 10 + (fmt[i++] - '0'));
         }
         while (i < n && std::string_view("hlqzjtL").find(fmt[i]) != std::string_view::npos) ++i;
         if (i >= n) {  // dangling conversion: print it as text

@@ -39,6 +39,9 @@ TEST(Format, NeverReadsPastItsArguments) {
     EXPECT_EQ(format("bad %k conv", 1), "bad %k conv");
     // A string given where a number is expected prints as zero rather than crashing.
     EXPECT_EQ(format("%d", "text"), "0");
+    // Widths from a hand-edited phrase table neither overflow nor pad without end.
+    EXPECT_EQ(format("%99999999999@", "x").size(), 1000u);
+    EXPECT_EQ(format("%.99999999999f", 1.0).size(), 1002u);
 }
 
 TEST(Format, OutsideTextIsEscapedAndCut) {
