@@ -376,6 +376,7 @@ AXError AtspiAccessibility::value(AtspiAccessible* acc, int role, AXValue* out) 
                 return kAXErrorSuccess;
             }
         }
+        if (role == ATSPI_ROLE_LIST_ITEM && contentText(acc, out)) return kAXErrorSuccess;
         return desktop_->looksTimedOut(clock) ? kAXErrorCannotComplete : kAXErrorNoValue;
     }
     return kAXErrorAttributeUnsupported;

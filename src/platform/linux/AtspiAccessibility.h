@@ -93,6 +93,9 @@ class AtspiAccessibility final : public AccessibilityAPI {
     // Help, value text and menu shortcuts (AtspiDescribe.cpp); nothing for other attributes.
     std::optional<AXError> readDescribed(const AtspiElement& el, const std::string& attribute,
                                          AXValue* out);
+    // The names of an item's children, for list rows that hold their text in a label of their
+    // own (AtspiDescribe.cpp). False when they have none.
+    bool contentText(AtspiAccessible* acc, AXValue* out);
 
     TurnExtents turn_;
     std::shared_ptr<AtspiDesktop> desktop_;

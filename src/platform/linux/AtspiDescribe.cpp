@@ -221,4 +221,26 @@ std::optional<AXError> AtspiAccessibility::readDescribed(const AtspiElement& el,
     return kAXErrorSuccess;
 }
 
+bool AtspiAccessibility::contentText(AtspiAccessible* acc, AXValue* out) {
+    // A row of a GTK list box has no name: its label child says what it is. A bounded look, one
+    // level down, so a row that holds a whole form costs little.
+    constexpr int kMaxChildren = 8;
+    Err err;
+    const int count = atspi_accessible_get_child_count(acc, &err);
+    if (err.e || count <= 0) return false;
+    std::string text;
+    for (int i = 0; i < std::min(count, kMaxChildren); ++i) {
+        Err childErr;
+        GRef<AtspiAccessible> child(atspi_accessible_get_child_at_index(acc, i, &childErr));
+        if (childErr.e || !child) continue;
+        GStr name{atspi_accessible_get_name(child.p, nullptr)};
+        if (!name.s || !*name.s) continue;
+        if (!text.empty()) text += ' ';
+        text += name.s;
+    }
+    if (text.empty()) return false;
+    *out = AXValue(std::move(text));
+    return true;
+}
+
 }  // namespace orv::linuxdesk

@@ -54,7 +54,9 @@ EventKind kindOf(const char* type, int detail1) {
     if (is("object:children-changed:add")) return EventKind::ChildAdded;
     if (is("object:children-changed:remove")) return EventKind::ChildRemoved;
     if (is("object:bounds-changed")) return EventKind::Bounds;
-    if (is("object:text-changed") || is("object:property-change:accessible-value"))
+    // A check box's value is its checked state (1, 0, or 2 while indeterminate).
+    if (is("object:text-changed") || is("object:property-change:accessible-value") ||
+        is("object:state-changed:checked") || is("object:state-changed:indeterminate"))
         return EventKind::ValueChanged;
     if (is("object:text-caret-moved") || is("object:text-selection-changed"))
         return EventKind::SelectedText;
@@ -102,7 +104,9 @@ const std::unordered_map<std::string, std::vector<const char*>>& notificationEve
         {"AXUIElementDestroyed", {}},
         {"AXCreated", {}},
         {"AXWindowCreated", {"window:create"}},
-        {"AXValueChanged", {"object:text-changed", "object:property-change:accessible-value"}},
+        {"AXValueChanged",
+         {"object:text-changed", "object:property-change:accessible-value",
+          "object:state-changed:checked", "object:state-changed:indeterminate"}},
         {"AXSelectedTextChanged", {"object:text-caret-moved", "object:text-selection-changed"}},
         {"AXMoved", {"object:bounds-changed"}},
         {"AXResized", {"object:bounds-changed"}},
