@@ -490,6 +490,7 @@ class Synthesizer : public SpeechSynthesizer {
   public:
     Synthesizer(std::shared_ptr<Core> core, std::shared_ptr<VoiceList> voices)
         : core_(std::move(core)), voices_(std::move(voices)) {
+        if (!voices_) return;  // the daemon's own default voice
         std::lock_guard lock(voices_->mutex);
         if (voices_->state == VoiceList::State::Ready) voice_ = voices_->defaultVoice;
     }
@@ -497,7 +498,7 @@ class Synthesizer : public SpeechSynthesizer {
 
     bool setVoice(const std::string& id) override {
         if (!splitSpeechDispatcherVoiceId(id, nullptr, nullptr)) return false;
-        {
+        if (voices_) {
             // Before the list is in, a well-formed name is taken on trust.
             std::lock_guard lock(voices_->mutex);
             if (voices_->state == VoiceList::State::Ready && !voices_->idSet.count(id))
@@ -539,7 +540,7 @@ class Synthesizer : public SpeechSynthesizer {
 class Engine : public SpeechEngine {
   public:
     Engine(std::shared_ptr<Core> core, SpeechDispatcherOptions options)
-        : core_(std::move(core)), options_(std::move(options)), voices_(voiceListFor(options_)) {}
+        : core_(std::move(core)), options_(std::move(options)) {}
 
     std::vector<std::string> availableVoices() override {
         auto list = waitForList();
@@ -556,8 +557,10 @@ class Engine : public SpeechEngine {
     }
 
   private:
+    // The list is read only when first asked for (a voice chosen in the settings): the daemon
+    // answers nobody else while it lists its voices, which held utterances up for a second.
     std::shared_ptr<VoiceList> waitForList() {
-        {
+        if (voices_) {
             std::lock_guard lock(voices_->mutex);
             if (voices_->state == VoiceList::State::Failed) voices_.reset();
         }
