@@ -20,9 +20,12 @@ await() {
 
 # CPU of a process and its threads: "ticks nanoseconds".
 cpu() {
-    local pid=$1 ticks ns=0 f
+    local pid=$1 ticks ns=0 f t
     ticks=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
-    for f in /proc/"$pid"/task/*/schedstat; do ns=$((ns + $(cut -d' ' -f1 "$f"))); done
+    # A thread may end between the listing and the read.
+    for f in /proc/"$pid"/task/*/schedstat; do
+        if read -r t _ 2>/dev/null <"$f"; then ns=$((ns + t)); fi
+    done
     echo "$ticks $ns"
 }
 
@@ -53,4 +56,51 @@ append_result() {
             p50, p90, p99, ((b[1] - a[1]) / hz - idleTicks) * 1e6 / n,
             ((b[2] - a[2]) / 1e9 - idleNs) * 1e6 / n, (d[2] - c[2]) / 1e9 / idles * 100,
             (b[2] - a[2]) / 1000 / n }' >>"$work/results"
+}
+
+# CPU of a process at this moment, into FILE: its utime+stime ticks (exited threads included) on
+# the first line, then "TID NS" for each live thread. Threads may end while being read.
+cpu_snapshot() {
+    local pid=$1 file=$2 f t ns
+    {
+        awk '{ print $14 + $15 }' "/proc/$pid/stat"
+        for f in /proc/"$pid"/task/*/schedstat; do
+            t=${f%/schedstat}
+            t=${t##*/}
+            if read -r ns _ 2>/dev/null <"$f"; then echo "$t $ns"; fi
+        done
+    } >"$file" 2>/dev/null || true
+}
+
+# Between two snapshots of PID: "ticks ns mainNs otherNs", ns summed thread by thread over the
+# threads alive at the second (a thread that ended between them would otherwise take its whole
+# past off the sum; one born between them counts from zero).
+cpu_delta() {
+    awk -v pid="$1" 'FNR == 1 { t[++f] = $1; next }
+        f == 1 { before[$1] = $2; next }
+        { d = $2 - before[$1]; all += d; if ($1 == pid) main += d }
+        END { printf "%d %d %d %d\n", t[2] - t[1], all, main, all - main }' "$2" "$3"
+}
+
+# Waits until the processes given use under 1% of a core together over half a second (start-up
+# work done, such as a daemon listing its voices for the agent), at most LIMIT seconds; says so
+# on standard error when they never settle.
+await_quiet() {
+    local limit=$1 a b n=0 p f sum ns
+    shift
+    a=-1
+    while [ $n -lt $((limit * 2)) ]; do
+        sum=0
+        for p in "$@"; do
+            for f in /proc/"$p"/task/*/schedstat; do
+                if read -r ns _ 2>/dev/null <"$f"; then sum=$((sum + ns)); fi
+            done
+        done
+        b=$sum
+        if [ "$a" -ge 0 ] && [ $((b - a)) -lt 5000000 ]; then return 0; fi
+        a=$b
+        sleep 0.5
+        n=$((n + 1))
+    done
+    echo "processes $* still busy after $limit s; measuring anyway" >&2
 }
