@@ -104,3 +104,13 @@ await_quiet() {
     done
     echo "processes $* still busy after $limit s; measuring anyway" >&2
 }
+
+# Starts the GTK test window reporting its focus into $work/app.out, its commands written to
+# descriptor 3, and waits until it is ready.
+start_window() {
+    mkfifo "$work/app.in"
+    "$build/tests/orv-gtk-testapp" --report <"$work/app.in" >"$work/app.out" 2>"$work/app.err" &
+    pids+=($!)
+    exec 3>"$work/app.in"
+    await "$work/app.out" '^ready'
+}

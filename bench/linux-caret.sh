@@ -44,11 +44,7 @@ pids=()
 source "$root/bench/follower-lib.sh"
 trap cleanup EXIT
 
-mkfifo "$work/app.in"
-"$build/tests/orv-gtk-testapp" --report <"$work/app.in" >"$work/app.out" 2>"$work/app.err" &
-pids+=($!)
-exec 3>"$work/app.in"
-await "$work/app.out" '^ready'
+start_window
 read -r _ sx sy _ sh < <(grep '^screen ' "$work/app.out")
 hz=$(getconf CLK_TCK)
 echo "notes $text" >&3

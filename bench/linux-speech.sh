@@ -63,11 +63,7 @@ pids=()
 source "$root/bench/follower-lib.sh"
 trap cleanup EXIT
 
-mkfifo "$work/app.in"
-"$build/tests/orv-gtk-testapp" --report <"$work/app.in" >"$work/app.out" 2>"$work/app.err" &
-pids+=($!)
-exec 3>"$work/app.in"
-await "$work/app.out" '^ready'
+start_window
 hz=$(getconf CLK_TCK)
 speechd_dir=$(dirname "${SPEECHD_ADDRESS#unix_socket:}")
 settings=speechEnabled=1,magnificationEnabled=1,focusEchoEnabled=1

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "Common/OrvLogger.h"
+#include "Common/TextLines.h"
 
 #ifndef ORV_PHRASE_DIRS
 #define ORV_PHRASE_DIRS ""
@@ -90,17 +91,10 @@ bool readQuoted(std::string_view s, std::string* out, std::string* error) {
 class PoReader {
   public:
     PhraseTable read(std::string_view text) {
-        if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
-        size_t start = 0;
-        while (start <= text.size()) {
-            size_t end = text.find('\n', start);
-            if (end == std::string_view::npos) end = text.size();
-            std::string_view line = text.substr(start, end - start);
-            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        forEachLine(text, [this](std::string_view line) {
             ++lineNumber_;
             readLine(trimLeft(line));
-            start = end + 1;
-        }
+        });
         flush();
         return std::move(table_);
     }

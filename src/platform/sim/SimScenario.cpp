@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 
+#include "Common/TextLines.h"
 #include "platform/sim/SimScenarioParts.h"
 
 namespace orv::sim {
@@ -39,18 +40,8 @@ class ScenarioParser {
     ScenarioParser(std::string_view text, std::string fileName)
         : sc_(std::make_shared<Scenario>()) {
         sc_->fileName_ = std::move(fileName);
-        // Editors on some systems start UTF-8 files with a byte-order mark; it means nothing
-        // here. Anywhere else it is refused, shown as \u{feff}.
-        if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
-        size_t start = 0;
-        while (start <= text.size()) {
-            size_t end = text.find('\n', start);
-            if (end == std::string_view::npos) end = text.size();
-            std::string_view line = text.substr(start, end - start);
-            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-            lines_.push_back(line);
-            start = end + 1;
-        }
+        // A byte-order mark anywhere but at the start is refused, shown as \u{feff}.
+        forEachLine(text, [this](std::string_view line) { lines_.push_back(line); });
     }
 
     ScenarioParse run() {
